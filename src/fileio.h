@@ -1,0 +1,172 @@
+// FileIO: the structure-file layer of the model object. It holds the element table lookups,
+// the cell geometry, the CIF and MOL readers, the symmetry expansion to P1, the bond search
+// that cuts a cell into molecules, and the loading driver that yields whole molecules.
+#pragma once
+#include <cstdint>
+#include <iosfwd>
+#include <map>
+#include <string>
+#include <vector>
+
+// One record of the element table.
+struct Element {
+  char symbol[3];
+  double mass;
+  int radius_a;  // radius code A, 1/250 angstrom
+  int radius_b;  // radius code B, 1/250 angstrom
+  int colour;
+  int zero;
+  const char* name;
+};
+constexpr int NELEMENTS = 104;
+extern const Element Elements_m[NELEMENTS];
+extern const double nw_elem_radius_m[106];
+
+// Error-site line numbers of the structure layer.
+namespace fileio_lines {
+constexpr int CIF_OPEN = 3180;
+constexpr int CIF_ATOM_COLUMNS = 3279;
+constexpr int CIF_BOND_COLUMNS = 3530;
+constexpr int MOL_OPEN = 4026;
+constexpr int MOL_COUNTS_SHORT = 4047;
+constexpr int MOL_ATOM_LISTS = 4077;
+constexpr int MOL_ATOMS_SHORT = 4106;
+constexpr int NO_MOLECULES = 4627;
+constexpr int CELLVEC_OPEN = 4711;
+}  // namespace fileio_lines
+
+class FileIO {
+ public:
+  FileIO();
+
+  // ---- element table (no object state)
+  int find_element_index_from_name(const char* symbol) const;
+  double find_element_radius_from_name(const char* symbol) const;
+  void find_element_name_from_index(int index, char* out) const;
+  double find_element_mass_from_index(int index) const;
+  double find_element_radius_from_index(int index) const;
+  double find_element_radius_from_index_nw(int index) const;
+  void find_element_name_from_mass(double mass, char* out) const;
+
+  // ---- cell geometry
+  void convert_cell6_to_latt3x3(const double cell6[6], double latt[3][3]);
+  void convert_latt3x3_to_cell6(double latt[3][3], double cell6[6]);
+  void set_cell_lattice(const double abc[3], double alpha, double beta, double gamma);
+  const double* get_cell_latt() const { return cell_latt; }
+  void get_cif_lattice_vectors(double a[3], double b[3], double c[3]) const;
+  void coord_f2c(double& x, double& y, double& z) const;
+  void coord_f2c(const double in[3], double out[3]) const;
+  void coord_c2f(double& x, double& y, double& z) const;
+  void coord_c2f(const double in[3], double out[3]) const;
+  static void PBC_scaled_x_wrap(double f[3]);
+  static void PBC_scaled_disp_wrap(double d[3]);
+
+  // ---- CIF reader and symmetry expansion
+  void read_data_cif(const char* file_name, bool verbose);
+  void ParseTransformString(const std::string& op, double R[3][3], double t[3]) const;
+  void make_spacegroup_P1(int fractional_flag);
+
+  // ---- MOL reader
+  void read_data_mol(const char* file_name, int slot, bool verbose);
+  bool ReadV3000Block(std::istream& in, int slot, bool verbose);
+  bool ReadV3000Line(std::istream& in, std::vector<std::string>& tokens);
+  bool ReadAtomBlock(std::istream& in);
+  bool ReadBondBlock(std::istream& in);
+  bool ReadRGroupBlock(std::istream& in);
+  bool ReadUnimplementedBlock(std::istream& in, const std::string& block_name);
+  bool AddBond(int, int, int, int) { return true; }
+  void SetFormalCharge(int, int) {}
+  void SetSpinMultiplicity(int, int) {}
+  void SetIsotope(int, double) {}
+
+  // ---- bonds and whole molecules
+  void find_bond_atom(int natoms, std::vector<int>& unassigned, int nlist,
+                      const std::vector<int>& list, int& atom, int& partner,
+                      double& distance) const;
+  void find_bond_atom_one(int natoms, double* fx, const double* radii,
+                          std::vector<int>& unassigned, int nlist, const std::vector<int>& list,
+                          int& atom, int& partner, double& distance) const;
+  void find_bond_atom_cart(int natoms, std::vector<int>& unassigned, int nlist,
+                           const std::vector<int>& list, int& atom, int& partner,
+                           double& distance) const;
+  void separate_cif_molecules(bool verbose);
+  void make_whole_molecule(int mol_number, int natoms, const int* types, double* fx,
+                           bool verbose);
+
+  // ---- loading driver
+  void read_crystal_strcuture_files(bool verbose, bool write_cell_vectors);
+
+  // ---- accessors
+  int get_cif_natoms() const { return natoms_cif; }
+  const int* get_cif_atypes() const { return atypes.data(); }
+  const double* get_cif_x() const { return x.data(); }
+  const double* get_cif_x_s() const { return x_s.data(); }
+  std::string get_cif_atom_symbol(int i) const;
+  const std::string& get_identifier() const { return identifier; }
+  void set_bond_dis_scale(double s) { bond_dis_scale = s; }
+  double get_bond_dis_scale() const { return bond_dis_scale; }
+  void set_data_mol_output_level(int level) { data_mol_output_level_io = level; }
+  int get_data_mol_output_level() const { return data_mol_output_level_io; }
+  const std::string& get_data_dir() const { return data_dir; }
+  void set_data_dir(const std::string& dir) { data_dir = dir; }
+  const std::vector<int>& get_cif_mol_sizes() const { return cif_mol_natoms; }
+  const std::vector<int>& get_cif_mol_atoms() const { return cif_mol_atoms; }
+  int get_nmols() const { return nmols; }
+  void set_debug(bool on) { debug = on; }
+
+ protected:
+  // cell geometry
+  double cell_latt[6] = {0, 0, 0, 0, 0, 0};  // a, b, c, alpha, beta, gamma
+  double latt[3][3] = {};
+  double latt_inv[3][3] = {};
+
+  // CIF content
+  int cif_loaded = 0;
+  int spacegroup_number = 0;
+  std::string identifier;
+  std::string chemical_name;
+  std::string spacegroup_name;
+  std::vector<std::string> symm_ops;
+  std::vector<std::string> atom_labels, atom_symbols, atom_fx, atom_fy, atom_fz;
+  std::vector<std::string> bond_label1, bond_label2, bond_distance, bond_symm2, bond_type;
+  std::string cif_file;
+  int natoms_cif = 0;
+  std::vector<int> atypes;      // element index per atom of the cell
+  std::vector<double> x_s;      // fractional coordinates, 3 per atom
+  std::vector<double> x;        // Cartesian coordinates, 3 per atom
+  std::vector<double> radius;   // bond radius per atom (only during the read)
+  bool debug = false;
+
+  // bond detection and the cell partition
+  double bond_dis_scale = 1.15;
+  std::vector<int> cif_mol_natoms;  // atoms per molecule, in the order found
+  std::vector<int> cif_mol_atoms;   // the molecules' atoms, one molecule after the other
+
+  // structure source and per-molecule model of one unit cell
+  int struct_source = 0;  // 1 MOL files, 2 CIF crystal, other: nothing named
+  std::vector<std::string> mol_file_names;  // key molecule
+  double cell_vectors[3][3] = {{8.098, 0, 0}, {0, 5.953, 0}, {-4.888095, 0, 7.138882}};
+  int super_cell[3] = {5, 5, 5};
+  std::string data_dir = "data";
+  int data_mol_output_level_io = 2;
+
+  int nmols = 0;
+  std::vector<int> mol_ids;
+  std::vector<std::string> mol_files;
+  std::vector<int> mol_natoms;
+  std::vector<std::vector<int>> mol_atypes;
+  std::vector<std::vector<double>> mol_x;    // Cartesian, 3 per atom
+  std::vector<std::vector<double>> mol_x_s;  // fractional, 3 per atom
+  std::vector<double> mol_mass_io;           // allocated for the transport model
+  std::vector<double> mol_vec1, mol_vec2;    // 3 per molecule, allocated for the transport model
+  double cell_lengths[3] = {0, 0, 0};
+  double super_cell_vectors[3][3] = {};
+
+  // V3000 reading state
+  std::map<int, int> v3000_atom_index;  // atom id -> position in the atom block (from 1)
+  std::vector<std::string> v3000_last_tokens;
+  int v3000_slot = -1;
+
+ private:
+  bool bonded_frac_disp(const double d[3], double ri, double rj, double& dist) const;
+};

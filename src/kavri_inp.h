@@ -1,0 +1,141 @@
+// KavriInp: the input-file layer of the model object. It reads the keyword file
+// ("kavri.inp"), holds every setting of the "&transport" section with its default, applies
+// the KAVRI_* environment variables, and loads the crystal named by the `crystal` key.
+#pragma once
+#include <string>
+#include <vector>
+
+#include "fileio.h"
+#include "job_scripts.h"
+
+// Error-site line numbers of the input-file reader.
+namespace kavri_inp_lines {
+constexpr int OPEN = 228;
+constexpr int WALLTIME = 611;
+constexpr int CHARGETYPE = 642;
+constexpr int EVC_TYPE = 658;
+constexpr int RATETYPE = 738;
+constexpr int MOLECULE_FILES = 775;
+constexpr int REORG_OUTER = 894;
+constexpr int THINFILM = 947;
+constexpr int UNKNOWN_KEY = 1008;
+constexpr int ENGINE_GAUSSIAN = 1075;
+constexpr int ENGINE_ORCA = 1087;
+constexpr int ENGINE_QCHEM = 1099;
+}  // namespace kavri_inp_lines
+
+class KavriInp : public FileIO, public Jobscript {
+ public:
+  KavriInp();
+
+  int read_kavri_inp(const char* file_name, bool verbose);
+  void load_kavri_inp_file(const char* file_name, bool verbose);
+  void set_varables_default();
+  void get_environment_variables();
+  void set_compute_engine(int n);
+
+  int get_compute_engine() const { return compute_engine; }
+  bool get_appE_flag() const { return appE_flag; }
+  bool get_read_neighbor_flag() const { return read_neighbor_dat; }
+  bool get_moo_flag() const { return use_moo; }
+  bool get_input_read() const { return input_read; }
+
+  // Applies one "key = value" line of the "&transport" section; fatal for an unknown key.
+  void apply_keyword(const std::string& key, const std::string& raw_value);
+
+ protected:
+  // raw file
+  std::vector<std::string> lines;
+  int nlines() const { return static_cast<int>(lines.size()); }
+  std::string input_file_name;
+  std::string qc_inp_append;
+  bool input_read = false;
+
+  // workflow switches of the suite
+  int do_transport_prepare = 1;
+  int do_transport_submit_HL_job = 1;
+  int do_transport_submit_RE_job = 1;
+  int do_transport_get_transferintegral = 1;
+  int do_transport_get_re_evc = 1;
+  int do_transport_run_MC = 1;
+  int do_transport_get_mob_MC = 1;
+  int do_transport_run_MC_temp = 0;
+  int do_transport_get_mob_MC_temp = 0;
+  int do_transport_run_ME = 0;
+  int do_transport_get_mob_ME = 0;
+  int do_transport_run_ME_temp = 0;
+  int do_transport_get_mob_ME_temp = 0;
+  int do_transport_gather_kavri_data = 1;
+
+  // quantum chemistry
+  int qc_memory = 8192;
+  std::string qc_method = "b3lyp";
+  std::string qc_basis = "b3lyp 6-31g*";
+  std::string qc_basis_re = "b3lyp 6-31g*";
+  std::string qc_es_opt = "TD";
+  std::string qc_gs_tddft = "TD";
+  std::string qc_es_tddft = "TD(triplet)";
+  int qc_es_mult = 1;
+  bool use_moo = false;
+
+  // temperatures, carriers, structure
+  double start_temp = 200, end_temp = 300, delta_temp = 50;
+  std::string chargetype = "a";
+  std::string evc_type = "cart";
+  bool use_evc_dint = false;
+  double lattice_cutoff = 4.0;
+  int neighbor_scell[3] = {3, 3, 3};
+  double HL_unique_ctrl_ratio = 0.05;
+  bool read_neighbor_dat = false;
+  double temp = 300;
+
+  // transport simulation
+  double maxt = 10000;
+  std::string ratetype = "quantum";
+  int sta = 1;
+  double delta_angle = 10;
+  double tsimu = 1000, tsnap = 5, tstep = 1;
+  int nsimu = 2000, iterlimit = 100, nevery_out = 10;
+
+  // molecules, energies, output
+  int RE_unique_mol = 1;
+  int HL_unique_mol = 1;
+  bool HL_unique_mol_flags[3] = {true, true, true};  // structure-layer HOMO/LUMO/HL flags
+  bool RE_unique_mol_flag = true;
+  std::vector<int> homo_adjustment;
+  std::vector<int> lumo_adjustment;
+  int lat_site_energy = 0;
+  int mob_output_level = 2;
+  std::string kavri_dat_file;
+  int eigval_output_flag = 0;
+  int compute_engine = 1;
+  int eckart_mirror = 0;
+  double app_elec_F[3] = {0, 0, 0};
+  bool appE_flag = false;
+
+  // electrostatics, environment, disorder, ONIOM
+  std::string reorg_outer_method;
+  int reorg_outer_code = 0;            // 0 none, 1 constant, 2 spheres, 3 dielectric
+  double reorg_outer_const = 0;        // constant outer reorganisation energy, eV
+  double reorg_outer_param = 0;        // environment parameter (spheres and dielectric)
+  std::vector<double> reorg_outer_radii;  // sphere radii, nm
+  double reorg_outer_cutoff = 0;       // dielectric cut-off, nm
+  int emultipole_induce = 1;
+  double emultipole_cutoff = 4.0;
+  double emultipole_aDamp = 0.39;
+  std::vector<double> emultipole_scale1;
+  double emultipole_wSOR_N = 0.75, emultipole_wSOR_C = 0.75;
+  int emultipole_maxIter = 512;
+  double emultipole_epsTol = 0.001;
+  bool thinfilm_flag = false;
+  int thinfilm_dir = 0;
+  int thinfilm_ncell = 0;
+  bool RE_use_neutral_chk = false;
+  bool RE_calc_lambda_4P = true;
+  bool V_dynamic_disorder = false;
+  bool HOMOLUMO_dynamic_disorder = false;
+  int data_mol_output_level = 2;
+  int oniom_output_flag = 0;
+  int oniom_nlayers = 2;
+  double oniom_com_cutoff = 50.0;
+};
