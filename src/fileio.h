@@ -168,5 +168,13 @@ class FileIO {
   int v3000_slot = -1;
 
  private:
-  bool bonded_frac_disp(const double d[3], double ri, double rj, double& dist) const;
+  // Scans one loop of a CIF file from its first header line; returns the line at which the
+  // main scan goes on. Sets `atoms_read` when the atom-site loop has ended the scan.
+  size_t scan_cif_loop(const std::vector<std::string>& lines, size_t first, bool& atoms_read);
+  // Cartesian length of a fractional displacement and the bond test of two radii.
+  bool bonded(const double d[3], double ri, double rj, double& dist) const;
+  // MOL reader: whether a slot index is valid for all four molecule arrays, and the V3000
+  // block reader with its CTAB nesting depth.
+  bool mol_slot_ok(int slot) const;
+  bool read_v3000_blocks(std::istream& in, int slot, bool verbose, int depth);
 };

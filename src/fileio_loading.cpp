@@ -1,1 +1,100 @@
-// placeholder
+// The structure loading driver: turns the loaded crystal or the MOL files named in the
+// input file into the whole molecules of one unit cell, with the cell vectors, the lattice
+// matrix and its inverse.
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include "fileio.h"
+#include "util.h"
+
+FileIO::FileIO() = default;
+
+void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors) {
+  if (struct_source == 1) {
+    nmols = static_cast<int>(mol_file_names.size());
+    mol_natoms.assign(nmols, 0);
+    mol_atypes.assign(nmols, {});
+    mol_x.assign(nmols, {});
+    mol_x_s.assign(nmols, {});
+    mol_files = mol_file_names;
+    for (int i = 0; i < nmols; ++i) read_data_mol(mol_file_names[i].c_str(), i, verbose);
+  } else if (struct_source == 2) {
+    nmols = static_cast<int>(cif_mol_natoms.size());
+    mol_natoms.assign(nmols, 0);
+    mol_atypes.assign(nmols, {});
+    mol_x.assign(nmols, {});
+    mol_x_s.assign(nmols, {});
+    mol_files.assign(nmols, {});
+    size_t next = 0;
+    for (int i = 0; i < nmols; ++i) {
+      mol_files[i] = format_string("mol%d.mol", i + 1);
+      const int n = cif_mol_natoms[i];
+      mol_natoms[i] = n;
+      mol_atypes[i].resize(n);
+      mol_x[i].resize(3 * static_cast<size_t>(n));
+      mol_x_s[i].resize(3 * static_cast<size_t>(n));
+      for (int k = 0; k < n; ++k, ++next) {
+        const int a = cif_mol_atoms[next];
+        mol_atypes[i][k] = atypes[a];
+        for (int c = 0; c < 3; ++c) {
+          mol_x[i][3 * k + c] = x[3 * a + c];
+          mol_x_s[i][3 * k + c] = x_s[3 * a + c];
+        }
+      }
+    }
+    if (verbose) std::printf("Make whole molecules...\n");
+    for (int i = 0; i < nmols; ++i) {
+      make_whole_molecule(i + 1, mol_natoms[i], mol_atypes[i].data(), mol_x_s[i].data(),
+                          verbose);
+      for (int k = 0; k < mol_natoms[i]; ++k) coord_f2c(&mol_x_s[i][3 * k], &mol_x[i][3 * k]);
+    }
+    for (int c = 0; c < 3; ++c)
+      for (int k = 0; k < 3; ++k) cell_vectors[c][k] = latt[k][c];
+  } else {
+    fatal_error("fileio", fileio_lines::NO_MOLECULES, FatalStream::Out,
+                format_string("No input molecular data is available. (%d)\n", struct_source), -1);
+  }
+
+  for (int c = 0; c < 3; ++c) {
+    cell_lengths[c] = get_magnitude(cell_vectors[c]);
+    for (int k = 0; k < 3; ++k) super_cell_vectors[c][k] = cell_vectors[c][k] * super_cell[c];
+  }
+  for (int c = 0; c < 3; ++c)
+    for (int k = 0; k < 3; ++k) latt[k][c] = cell_vectors[c][k];
+  invert(latt, latt_inv);
+
+  if (struct_source == 1) {
+    for (int i = 0; i < nmols; ++i)
+      for (int k = 0; k < mol_natoms[i]; ++k) coord_c2f(&mol_x[i][3 * k], &mol_x_s[i][3 * k]);
+    const double* va = cell_vectors[0];
+    const double* vb = cell_vectors[1];
+    const double* vc = cell_vectors[2];
+    cell_latt[0] = cell_lengths[0];
+    cell_latt[1] = cell_lengths[1];
+    cell_latt[2] = cell_lengths[2];
+    cell_latt[3] = std::acos(get_dot(vb, vc) / (cell_lengths[1] * cell_lengths[2])) * 180.0 / KAVRI_PI;
+    cell_latt[4] = std::acos(get_dot(va, vc) / (cell_lengths[0] * cell_lengths[2])) * 180.0 / KAVRI_PI;
+    cell_latt[5] = std::acos(get_dot(va, vb) / (cell_lengths[0] * cell_lengths[1])) * 180.0 / KAVRI_PI;
+  }
+
+  mol_ids.resize(nmols);
+  for (int i = 0; i < nmols; ++i) mol_ids[i] = i + 1;
+  mol_mass_io.assign(nmols, 0.0);
+  mol_vec1.assign(3 * static_cast<size_t>(nmols), 0.0);
+  mol_vec2.assign(3 * static_cast<size_t>(nmols), 0.0);
+
+  if (write_cell_vectors) {
+    create_directory(data_dir.c_str());
+    const std::string path = format_string("%s/cellvec.dat", data_dir.c_str());
+    std::FILE* f = std::fopen(path.c_str(), "w");
+    if (!f)
+      fatal_error("fileio", fileio_lines::CELLVEC_OPEN, FatalStream::Out,
+                  format_string("Failed to open output file %s\n", path.c_str()), -1);
+    const char* names[3] = {"a", "b", "c"};
+    for (int c = 0; c < 3; ++c)
+      std::fprintf(f, "%s = %14.6f %14.6f %14.6f\n", names[c], cell_vectors[c][0],
+                   cell_vectors[c][1], cell_vectors[c][2]);
+    std::fclose(f);
+  }
+}

@@ -1,1 +1,154 @@
-// placeholder
+// Site energies: reading the internal-energy and multipole-energy tables of the data
+// directory and writing "EH.dat" (holes) and "EL.dat" (electrons).
+#include <cctype>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "pr_siteenergy.h"
+#include "util.h"
+
+namespace {
+
+constexpr int LINE_BUFFER = 255;  // at most 254 characters per read
+
+// Leading decimal integer of a line, clamped to the 32-bit range; 0 when there is none.
+long leading_count(const char* line) {
+  const long v = std::strtol(line, nullptr, 10);
+  return v < 0 ? 0 : (v > INT_MAX ? INT_MAX : v);
+}
+
+char carrier_of(const std::string& chargetype) {
+  return chargetype.empty()
+             ? '\0'
+             : static_cast<char>(std::tolower(static_cast<unsigned char>(chargetype[0])));
+}
+
+bool has_holes(char c) { return c == 'h' || c == 'a'; }
+// True for exactly "a" and "e": they differ only in the bit of value 4.
+bool has_electrons(char c) { return (c & ~4) == 'a'; }
+
+}  // namespace
+
+EnergyTable SiteEnergy::read_table(const char* name, int line) const {
+  const std::string path = format_string("%s/%s", data_dir.c_str(), name);
+  std::FILE* f = std::fopen(path.c_str(), "r");
+  if (!f)
+    fatal_error("pr_siteenergy", line, FatalStream::Out,
+                "Failed to open input file " + path + "\n", -1);
+  // Blocks and values are taken as far as the file holds them; a count larger than the
+  // data present never allocates ahead of it.
+  EnergyTable table;
+  char buf[LINE_BUFFER];
+  if (std::fgets(buf, LINE_BUFFER, f)) {
+    const long nblocks = leading_count(buf);
+    for (long b = 0; b < nblocks; ++b) {
+      if (!std::fgets(buf, LINE_BUFFER, f)) break;
+      const long nvalues = leading_count(buf);
+      std::vector<double> values;
+      for (long v = 0; v < nvalues && std::fgets(buf, LINE_BUFFER, f); ++v)
+        values.push_back(std::strtod(buf, nullptr));
+      table.push_back(std::move(values));
+      if (static_cast<long>(table.back().size()) < nvalues) break;
+    }
+  }
+  std::fclose(f);
+  return table;
+}
+
+void SiteEnergy::read_SE_einternal(bool verbose) {
+  if (verbose) {
+    std::printf("Reading reorganization internal energies...\n");
+    std::fflush(stdout);
+  }
+  const char c = carrier_of(chargetype);
+  if (has_holes(c))
+    se_int_h = read_table("SE_einternal-h.dat", siteenergy_lines::EINTERNAL_H_OPEN);
+  if (has_electrons(c))
+    se_int_e = read_table("SE_einternal-e.dat", siteenergy_lines::EINTERNAL_E_OPEN);
+  if (verbose) std::printf("done.\n");
+}
+
+void SiteEnergy::read_SE_emultipole(bool verbose) {
+  if (verbose) {
+    std::printf("Reading reorganization multipole energies...\n");
+    std::fflush(stdout);
+  }
+  const char c = carrier_of(chargetype);
+  if (has_holes(c))
+    se_mp_h = read_table("SE_emultipole-h.dat", siteenergy_lines::EMULTIPOLE_H_OPEN);
+  if (has_electrons(c))
+    se_mp_e = read_table("SE_emultipole-e.dat", siteenergy_lines::EMULTIPOLE_E_OPEN);
+  if (verbose) std::printf("done.\n");
+}
+
+void SiteEnergy::check_table(const EnergyTable& table, const char* name) const {
+  const std::string path = format_string("%s/%s", data_dir.c_str(), name);
+  if (static_cast<int>(table.size()) < nmols_uc)
+    fatal_error("pr_siteenergy", siteenergy_lines::TABLE_SHORT, FatalStream::Out,
+                format_string("Not enough molecule blocks in %s: found %d, needed %d\n",
+                              path.c_str(), static_cast<int>(table.size()), nmols_uc),
+                -1);
+  for (int i = 0; i < nmols_uc; ++i)
+    if (static_cast<int>(table[i].size()) < nei_count[i])
+      fatal_error("pr_siteenergy", siteenergy_lines::TABLE_SHORT, FatalStream::Out,
+                  format_string("Not enough values in %s for molecule %d: found %d, needed %d\n",
+                                path.c_str(), i + 1, static_cast<int>(table[i].size()),
+                                nei_count[i]),
+                  -1);
+}
+
+void SiteEnergy::write_carrier(char carrier, const char* name, int line) const {
+  const bool dielectric = reorg_outer_code == 3;
+  const EnergyTable& internal = carrier == 'h' ? se_int_h : se_int_e;
+  const EnergyTable& multipole = carrier == 'h' ? se_mp_h : se_mp_e;
+  const std::string path = format_string("%s/%s", data_dir.c_str(), name);
+  // Written beside the target and renamed over it, so a failed run never leaves a
+  // truncated file in place of a good one.
+  const std::string partial = path + ".partial";
+  std::FILE* f = std::fopen(partial.c_str(), "w");
+  if (!f)
+    fatal_error("pr_siteenergy", line, FatalStream::Out,
+                "Failed to open output file " + path + "\n", -1);
+  std::fprintf(f, "%d\n", nmols_uc);
+  for (int i = 0; i < nmols_uc; ++i) {
+    std::fprintf(f, "%d %d\n", nei_count[i], i + 1);
+    for (int k = 0; k < nei_count[i]; ++k) {
+      double value = internal[i][k];
+      if (dielectric) value = internal[i][k] + multipole[i][k];
+      std::fprintf(f, "%10.5f  meV\n", value);
+    }
+  }
+  const bool ok = std::ferror(f) == 0;
+  if (std::fclose(f) != 0 || !ok || std::rename(partial.c_str(), path.c_str()) != 0) {
+    std::remove(partial.c_str());
+    fatal_error("pr_siteenergy", line, FatalStream::Out,
+                "Failed to open output file " + path + "\n", -1);
+  }
+}
+
+void SiteEnergy::write_site_energies(bool verbose) {
+  read_SE_einternal(verbose);
+  const bool dielectric = reorg_outer_code == 3;
+  if (dielectric) read_SE_emultipole(verbose);
+  if (verbose) {
+    std::printf("Writing site energies...\n");
+    std::fflush(stdout);
+  }
+  const char c = carrier_of(chargetype);
+
+  // Every table the output needs is checked before either file is written.
+  if (has_holes(c)) {
+    check_table(se_int_h, "SE_einternal-h.dat");
+    if (dielectric) check_table(se_mp_h, "SE_emultipole-h.dat");
+  }
+  if (has_electrons(c)) {
+    check_table(se_int_e, "SE_einternal-e.dat");
+    if (dielectric) check_table(se_mp_e, "SE_emultipole-e.dat");
+  }
+
+  if (has_holes(c)) write_carrier('h', "EH.dat", siteenergy_lines::EH_OPEN);
+  if (has_electrons(c)) write_carrier('e', "EL.dat", siteenergy_lines::EL_OPEN);
+  if (verbose) std::printf("done.\n");
+}

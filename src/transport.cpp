@@ -1,1 +1,167 @@
-// placeholder
+// The transport model object and the preparation of its molecular data: charge type,
+// masses, centres of mass, HOMO indices and the checks of the per-molecule settings.
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <string>
+
+#include "transport.h"
+#include "util.h"
+
+namespace {
+
+// Element index of an atom as the model uses it; an unknown element (-1) counts as the dummy.
+int known_element(int index) { return (index >= 0 && index < NELEMENTS) ? index : 0; }
+
+std::string lower(std::string s) {
+  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
+}  // namespace
+
+Transport::Transport() { get_workdir(workdir); }
+
+Transport::~Transport() { release_memories(); }
+
+void Transport::release_memories() {
+  mol_mass.clear();
+  x_com.clear();
+  x_com_cart.clear();
+  homo.clear();
+  nei_count.clear();
+  nei_mol.clear();
+  nei_a.clear();
+  nei_b.clear();
+  nei_c.clear();
+  nei_com.clear();
+  nei_disp.clear();
+  mol_id.clear();
+  mol_id_copy.clear();
+  mol_index_a.clear();
+  mol_index_b.clear();
+  nei_id.clear();
+  nei_id_companion.clear();
+  mol_vec3.clear();
+  mol_mat3.clear();
+  pair_int.clear();
+  pair_dbl.clear();
+  pair_vec3.clear();
+  pair_mat3.clear();
+  com_ready = homo_ready = neighbor_built = ids_ready = false;
+}
+
+void Transport::get_workdir(std::string& dir) { ::get_workdir(dir); }
+
+void Transport::post_data_read_treatment(bool verbose) {
+  nmols_uc = nmols;
+  charge_type = chargetype.empty()
+                    ? '\0'
+                    : static_cast<char>(std::tolower(static_cast<unsigned char>(chargetype[0])));
+  nsnap = static_cast<int>(tsimu / tsnap + 0.5);
+
+  natoms_total = 0;
+  for (int i = 0; i < nmols_uc; ++i) natoms_total += mol_natoms[i];
+
+  if (compute_engine != 1) RE_use_neutral_chk = false;
+  set_data_mol_output_level(data_mol_output_level);
+
+  if (lower(qc_basis).find("zindos") != std::string::npos && use_moo) set_job_moo_flag(true);
+  if (lower(qc_basis_re).find("zindos") != std::string::npos) {
+    qc_basis_re = "b3lyp STO-3g";
+    if (verbose) std::printf("\nINFO: QC_basis_re is adjusted to '%s'\n\n", qc_basis_re.c_str());
+  }
+
+  if (reorg_outer_code == 2 && static_cast<int>(reorg_outer_radii.size()) < nmols_uc)
+    fatal_error("transport", transport_lines::SPHERE_RADII, FatalStream::Err,
+                format_string("reorg_outer: Number of radiuses (%d) is LESS than number of "
+                              "molecules (%d)\n",
+                              static_cast<int>(reorg_outer_radii.size()), nmols_uc),
+                1);
+  if (reorg_outer_code == 3 && (qc_exe.find("g09") != std::string::npos ||
+                                qc_exe.find("g16") != std::string::npos)) {
+    const bool has_mk = qc_basis_re.find("MK") != std::string::npos;
+    const bool has_iops = qc_basis_re.find("6/33=2") != std::string::npos &&
+                          qc_basis_re.find("6/42=6") != std::string::npos;
+    if (!has_mk || !has_iops) {
+      const std::string append = " Pop=MK IOp(6/33=2,6/42=6,7/33=1)";
+      qc_basis_re += append;
+      if (verbose) std::printf("INFO: append basis_re with%s\n", append.c_str());
+    }
+  }
+
+  calc_x_com();
+  calc_homo();
+  parse_scheduling_type();
+
+  if (!homo_adjustment.empty() && static_cast<int>(homo_adjustment.size()) != nmols_uc)
+    fatal_error("transport", transport_lines::HOMO_ADJUSTMENT, FatalStream::Err,
+                format_string("homo_adjustment: Number of input parameters (%d) is NOT equal "
+                              "to nmols_uc (%d)\n",
+                              static_cast<int>(homo_adjustment.size()), nmols_uc),
+                1);
+  if (!lumo_adjustment.empty() && static_cast<int>(lumo_adjustment.size()) != nmols_uc)
+    fatal_error("transport", transport_lines::LUMO_ADJUSTMENT, FatalStream::Err,
+                format_string("lumo_adjustment: Number of input parameters (%d) is NOT equal "
+                              "to nmols_uc (%d)\n",
+                              static_cast<int>(lumo_adjustment.size()), nmols_uc),
+                1);
+
+  if (compute_engine == 1) qc_out_ext = "log";
+  if (compute_engine == 2 || compute_engine == 3) qc_out_ext = "out";
+  data_ready = true;
+}
+
+void Transport::calc_x_com() {
+  mol_mass.assign(nmols_uc, 0.0);
+  x_com.assign(3 * static_cast<size_t>(nmols_uc), 0.0);
+  x_com_cart.assign(3 * static_cast<size_t>(nmols_uc), 0.0);
+  for (int i = 0; i < nmols_uc; ++i) {
+    double mass = 0.0;
+    double sum[3] = {0.0, 0.0, 0.0};
+    for (int k = 0; k < mol_natoms[i]; ++k) {
+      const double m = find_element_mass_from_index(known_element(mol_atypes[i][k]));
+      mass += m;
+      for (int c = 0; c < 3; ++c) sum[c] += m * mol_x_s[i][3 * k + c];
+    }
+    mol_mass[i] = mass;
+    for (int c = 0; c < 3; ++c) x_com[3 * i + c] = sum[c] / mass;
+  }
+  for (int i = 0; i < nmols_uc; ++i) mat_vec_mul(latt, &x_com[3 * i], &x_com_cart[3 * i]);
+  com_ready = true;
+}
+
+void Transport::calc_homo() {
+  homo.assign(nmols_uc, 0);
+  const bool valence_only = get_job_moo_flag() != 0;
+  for (int i = 0; i < nmols_uc; ++i) {
+    long electrons = 0;
+    for (int k = 0; k < mol_natoms[i]; ++k) {
+      const int z = known_element(mol_atypes[i][k]);
+      int ne = z;
+      if (valence_only) {
+        if (z >= 3 && z <= 10) ne -= 2;
+        else if (z >= 11 && z <= 18) ne -= 10;
+      }
+      electrons += ne;
+    }
+    homo[i] = static_cast<int>(electrons / 2);
+  }
+  homo_ready = true;
+}
+
+void Transport::allocate_mol_id_indexes_array() {
+  mol_id.resize(nmols_uc);
+  mol_id_copy.resize(nmols_uc);
+  mol_index_a.assign(nmols_uc, 0);
+  mol_index_b.assign(nmols_uc, 0);
+  nei_id.assign(nmols_uc, {});
+  nei_id_companion.assign(nmols_uc, {});
+  for (int i = 0; i < nmols_uc; ++i) {
+    mol_id[i] = mol_id_copy[i] = i + 1;
+    nei_id[i].resize(nei_count[i]);
+    nei_id_companion[i].assign(nei_count[i], 0);
+    for (int k = 0; k < nei_count[i]; ++k) nei_id[i][k] = k + 1;
+  }
+  ids_ready = true;
+}

@@ -1,1 +1,251 @@
-// placeholder
+// The neighbour list of the transport model: every molecule image within the atom-atom
+// cut-off of each molecule of the unit cell, sorted by centre-of-mass distance; or, in the
+// reading mode, the list given by "neighbor.dat".
+#include <cerrno>
+#include <cmath>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "transport.h"
+#include "util.h"
+
+namespace {
+
+// Squared Cartesian length of the fractional vector d under the lattice L.
+inline double cart_length_sq(const double L[3][3], const double d[3]) {
+  double c[3];
+  for (int k = 0; k < 3; ++k) c[k] = L[k][0] * d[0] + L[k][1] * d[1] + L[k][2] * d[2];
+  return c[0] * c[0] + c[1] * c[1] + c[2] * c[2];
+}
+
+}  // namespace
+
+void Transport::get_nei_shift(int i, int k, int shift[3]) const {
+  shift[0] = nei_a[i][k];
+  shift[1] = nei_b[i][k];
+  shift[2] = nei_c[i][k];
+}
+
+bool Transport::check_if_molecule_within_rcut(int i, int j, const int shift[3],
+                                              double rcut_squared, double* dsq) const {
+  const int ni = mol_natoms[i];
+  const int nj = mol_natoms[j];
+  if (ni <= 0) return false;
+  const double* pi = mol_x_s[i].data();
+  const double* pj = mol_x_s[j].data();
+  const double s[3] = {static_cast<double>(shift[0]), static_cast<double>(shift[1]),
+                       static_cast<double>(shift[2])};
+  for (int p = 0; p < ni; ++p) {
+    for (int q = 0; q < nj; ++q) {
+      double d[3];
+      for (int c = 0; c < 3; ++c) d[c] = pj[3 * q + c] - pi[3 * p + c] + s[c];
+      const double d2 = cart_length_sq(latt, d);
+      if (d2 < rcut_squared) {
+        *dsq = d2;
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+double Transport::found_two_molecules_min_distance(int i, int j, const int shift[3]) const {
+  const int ni = mol_natoms[i];
+  const int nj = mol_natoms[j];
+  if (ni <= 0) return 1e15;
+  double best = 1e30;
+  for (int p = 0; p < ni; ++p)
+    for (int q = 0; q < nj; ++q) {
+      double d[3];
+      for (int c = 0; c < 3; ++c)
+        d[c] = mol_x_s[j][3 * q + c] - mol_x_s[i][3 * p + c] + shift[c];
+      const double d2 = cart_length_sq(latt, d);
+      if (d2 < best) best = d2;
+    }
+  return std::sqrt(best);
+}
+
+double Transport::calc_neighbor_com_rsq(int i, int k, const int shift[3]) const {
+  double d[3];
+  for (int c = 0; c < 3; ++c) d[c] = (shift[c] + x_com[3 * k + c]) - x_com[3 * i + c];
+  return cart_length_sq(latt, d);
+}
+
+void Transport::search_neighbors(int i, double rc2, std::vector<int>& cand,
+                                 std::vector<double>& key) {
+  const int Na = neighbor_scell[0], Nb = neighbor_scell[1], Nc = neighbor_scell[2];
+  cand.clear();
+  key.clear();
+  for (int c = -Nc; c <= Nc; ++c)
+    for (int b = -Nb; b <= Nb; ++b)
+      for (int a = -Na; a <= Na; ++a)
+        for (int j = 0; j < nmols_uc; ++j) {
+          if (j == i && a == 0 && b == 0 && c == 0) continue;
+          const int shift[3] = {a, b, c};
+          double dsq = 1000000.0;
+          if (!check_if_molecule_within_rcut(i, j, shift, rc2, &dsq)) continue;
+          cand.insert(cand.end(), {j, a, b, c});
+          key.push_back(calc_neighbor_com_rsq(i, j, shift));
+          if (static_cast<int>(key.size()) == NNEIMAX)
+            fatal_error("transport", transport_lines::NNEIMAX_REACHED, FatalStream::Err,
+                        format_string("Need to boost NNEIMAX (NumNeigh=%d)\n", NNEIMAX), 1);
+        }
+}
+
+void Transport::build_neighbor_list(bool read_from_file, bool verbose) {
+  nei_count.assign(nmols_uc, 0);
+  nei_mol.assign(nmols_uc, {});
+  nei_a.assign(nmols_uc, {});
+  nei_b.assign(nmols_uc, {});
+  nei_c.assign(nmols_uc, {});
+
+  if (read_from_file) {
+    read_neighbor_file(verbose);
+  } else {
+    if (print_cell_matrix) {
+      std::printf("  h:\n");
+      for (int r = 0; r < 3; ++r)
+        std::printf(" %12.7f %12.7f %12.7f\n", latt[r][0], latt[r][1], latt[r][2]);
+    }
+    if (verbose) {
+      std::printf("\n**** KAVRI Build Neighbor List ****\n");
+      std::printf("  Neighbor rcutoff distance: %g\n", lattice_cutoff);
+      std::printf("  Neighbor search cell (-/+): %d %d %d\n", neighbor_scell[0],
+                  neighbor_scell[1], neighbor_scell[2]);
+    }
+    const double rc2 = lattice_cutoff * lattice_cutoff;
+    std::vector<int> cand;
+    std::vector<double> key;
+    std::vector<int> idx;
+    for (int i = 0; i < nmols_uc; ++i) {
+      search_neighbors(i, rc2, cand, key);
+      const int n = static_cast<int>(key.size());
+      idx.resize(n);
+      for (int k = 0; k < n; ++k) idx[k] = k;
+      quickSort_d(key.data(), idx.data(), n);
+      nei_count[i] = n;
+      for (int k = 0; k < n; ++k) {
+        const int* e = &cand[4 * idx[k]];
+        nei_mol[i].push_back(e[0]);
+        nei_a[i].push_back(e[1]);
+        nei_b[i].push_back(e[2]);
+        nei_c[i].push_back(e[3]);
+      }
+    }
+  }
+
+  neighbor_built = true;
+  if (verbose) std::printf("**** End of KAVRI Build Neighbor List ****\n\n");
+  if (!com_ready) calc_x_com();
+
+  nei_com.assign(nmols_uc, {});
+  nei_disp.assign(nmols_uc, {});
+  for (int i = 0; i < nmols_uc; ++i) {
+    nei_com[i].resize(3 * static_cast<size_t>(nei_count[i]));
+    nei_disp[i].resize(3 * static_cast<size_t>(nei_count[i]));
+    for (int k = 0; k < nei_count[i]; ++k) {
+      const int j = nei_mol[i][k];
+      const int shift[3] = {nei_a[i][k], nei_b[i][k], nei_c[i][k]};
+      double image[3];
+      for (int c = 0; c < 3; ++c) {
+        image[c] = x_com[3 * j + c] + shift[c];
+        nei_disp[i][3 * k + c] = (shift[c] + x_com[3 * j + c]) - x_com[3 * i + c];
+      }
+      mat_vec_mul(latt, image, &nei_com[i][3 * k]);
+    }
+  }
+
+  allocate_mol_id_indexes_array();
+  mol_vec3.assign(3 * static_cast<size_t>(nmols_uc), 0.0);
+  mol_mat3.assign(9 * static_cast<size_t>(nmols_uc), 0.0);
+  pair_int.assign(nmols_uc, {});
+  pair_dbl.assign(nmols_uc, {});
+  pair_vec3.assign(nmols_uc, {});
+  pair_mat3.assign(nmols_uc, {});
+  for (int i = 0; i < nmols_uc; ++i) {
+    pair_int[i].assign(nei_count[i], 0);
+    pair_dbl[i].assign(nei_count[i], 0.0);
+    pair_vec3[i].assign(3 * static_cast<size_t>(nei_count[i]), 0.0);
+    pair_mat3[i].assign(9 * static_cast<size_t>(nei_count[i]), 0.0);
+  }
+}
+
+namespace {
+
+// One whole 32-bit integer column of "neighbor.dat"; anything else ends the run.
+int neighbor_column(const std::string& text) {
+  errno = 0;
+  char* end = nullptr;
+  const long v = std::strtol(text.c_str(), &end, 10);
+  if (end == text.c_str() || *end != '\0' || errno == ERANGE || v < INT_MIN || v > INT_MAX)
+    fatal_error("transport", transport_lines::NEIGHBOR_VALUE, FatalStream::Err,
+                format_string("Invalid integer column '%s' in %s!\n", text.c_str(),
+                              "neighbor.dat"),
+                1);
+  return static_cast<int>(v);
+}
+
+}  // namespace
+
+void Transport::read_neighbor_file(bool /*verbose*/) {
+  const char* name = "neighbor.dat";
+  std::printf("Reading file '%s'\n", name);
+  std::FILE* f = std::fopen(name, "r");
+  if (!f)
+    fatal_error("transport", transport_lines::NEIGHBOR_OPEN, FatalStream::Err,
+                format_string("Failed to open input file: %s\n", name), 1);
+  char buf[256];
+  auto next_line = [&]() -> std::string {
+    if (!std::fgets(buf, sizeof buf, f)) return std::string();
+    return std::string(buf);
+  };
+  const long nm = std::strtol(next_line().c_str(), nullptr, 10);
+  if (nm != nmols_uc) {
+    std::fclose(f);
+    fatal_error("transport", transport_lines::NEIGHBOR_NMOLS, FatalStream::Err,
+                format_string("Readin nmols (%ld) in %s not equal to nmols (%d) in unitcell!\n",
+                              nm, name, nmols_uc),
+                1);
+  }
+  next_line();
+  next_line();
+  std::vector<std::string> words;
+  for (int i = 0; i < nmols_uc; ++i) {
+    next_line();
+    const long n = std::strtol(next_line().c_str(), nullptr, 10);
+    for (long k = 0; k < n; ++k) {
+      std::string line = next_line();
+      trim(line);
+      tokenize(words, line.c_str(), " \t");
+      if (words.size() != 8) {
+        std::fclose(f);
+        fatal_error("transport", transport_lines::NEIGHBOR_NCOL, FatalStream::Err,
+                    format_string("ncol (%d) in %s not equal to 8!\n",
+                                  static_cast<int>(words.size()), name),
+                    1);
+      }
+      const int j = neighbor_column(words[0]) - 1;
+      if (j < 0 || j >= nmols_uc) {
+        std::fclose(f);
+        fatal_error("transport", transport_lines::NEIGHBOR_MOLECULE, FatalStream::Err,
+                    format_string("Neighbor molecule %d in %s is not in 1..%d!\n", j + 1, name,
+                                  nmols_uc),
+                    1);
+      }
+      if (static_cast<int>(nei_mol[i].size()) == NNEIMAX) {
+        std::fclose(f);
+        fatal_error("transport", transport_lines::NNEIMAX_REACHED, FatalStream::Err,
+                    format_string("Need to boost NNEIMAX (NumNeigh=%d)\n", NNEIMAX), 1);
+      }
+      nei_mol[i].push_back(j);
+      nei_a[i].push_back(neighbor_column(words[5]));
+      nei_b[i].push_back(neighbor_column(words[6]));
+      nei_c[i].push_back(neighbor_column(words[7]));
+    }
+    nei_count[i] = static_cast<int>(nei_mol[i].size());
+  }
+  std::fclose(f);
+}

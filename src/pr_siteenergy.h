@@ -1,0 +1,43 @@
+// SiteEnergy: reads the per-pair internal-energy and multipole-energy tables that earlier
+// calculations left in the data directory and writes the site energies of holes ("EH.dat")
+// and electrons ("EL.dat") pair by pair in neighbour-list order.
+#pragma once
+#include <string>
+#include <vector>
+
+#include "transport.h"
+
+// Error-site line numbers of the site-energy stage.
+namespace siteenergy_lines {
+constexpr int EINTERNAL_H_OPEN = 103;
+constexpr int EINTERNAL_E_OPEN = 138;
+constexpr int EMULTIPOLE_H_OPEN = 194;
+constexpr int EMULTIPOLE_E_OPEN = 229;
+constexpr int TABLE_SHORT = 262;
+constexpr int EH_OPEN = 288;
+constexpr int EL_OPEN = 325;
+}  // namespace siteenergy_lines
+
+using EnergyTable = std::vector<std::vector<double>>;
+
+class SiteEnergy : public Transport {
+ public:
+  SiteEnergy() = default;
+
+  void read_SE_einternal(bool verbose);
+  void read_SE_emultipole(bool verbose);
+  void write_site_energies(bool verbose);
+
+  const EnergyTable& get_einternal(char carrier) const { return carrier == 'h' ? se_int_h : se_int_e; }
+  const EnergyTable& get_emultipole(char carrier) const { return carrier == 'h' ? se_mp_h : se_mp_e; }
+
+ private:
+  EnergyTable se_int_h, se_int_e, se_mp_h, se_mp_e;
+  std::vector<int> se_index_a, se_index_b;  // kept for the suite's later stages
+
+  // Reads one table file; `line` is the error line reported when it cannot be opened.
+  EnergyTable read_table(const char* name, int line) const;
+  // Ends the run when `table` lacks a block or value that the neighbour list needs.
+  void check_table(const EnergyTable& table, const char* name) const;
+  void write_carrier(char carrier, const char* name, int line) const;
+};
