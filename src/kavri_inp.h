@@ -2,7 +2,9 @@
 // ("kavri.inp"), holds every setting of the "&transport" section with its default, applies
 // the KAVRI_* environment variables, and loads the crystal named by the `crystal` key.
 #pragma once
+#include <cstddef>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "fileio.h"
@@ -44,6 +46,47 @@ class KavriInp : public FileIO, public Jobscript {
   void apply_keyword(const std::string& key, const std::string& raw_value);
 
  protected:
+  // ---- keyword table of the "&transport" section (rows in kavri_inp_keys.cpp)
+  enum class KeyType {
+    Int,        // leading integer (strtol, base 10)
+    Real,       // leading real (strtod)
+    Bool,       // integer read, nonzero -> true, zero -> false
+    SetFlag,    // integer read, nonzero -> true, zero leaves the flag as it is
+    String,     // trimmed, every single and double quote removed
+    Raw,        // trimmed, quotes kept
+    Untrimmed,  // the value exactly as it follows the "="
+    Int3,       // "%d%d%d", unread components keep their values
+    Real3,      // "%lf%lf%lf", unread components keep their values
+    IntList,    // blank/tab separated integers appended in order
+    RealList,   // blank/tab separated reals appended in order
+    Special     // no field; the row's action does the whole conversion
+  };
+  using FieldRef = std::variant<int*, double*, bool*, std::string*, int (*)[3], double (*)[3],
+                                std::vector<int>*, std::vector<double>*>;
+  struct KeywordRow {
+    const char* key;
+    const char* alias;                                    // older spelling, or nullptr
+    KeyType type;
+    FieldRef (*field)(KavriInp&);                         // nullptr for Special
+    void (*action)(KavriInp&, const std::string& value);  // after the conversion, or nullptr
+  };
+  static const KeywordRow keyword_table[];
+  static const std::size_t keyword_count;
+  static const KeywordRow* find_keyword(const std::string& key);
+  void store_value(const KeywordRow& row, const std::string& raw_value);
+
+  // ---- keys with their own handling (kavri_inp.cpp); each takes the untrimmed value
+  void key_crystal(const std::string& value);
+  void key_molecule(const std::string& value);
+  void key_walltime(const std::string& value);
+  void key_reorg_outer(const std::string& value);
+  void key_thinfilm(const std::string& value);
+  void check_chargetype() const;
+  void check_evc_type() const;
+  void check_ratetype() const;
+  void finish_reading();  // checks and derived settings once the file has been read
+  bool reading_verbose = false;  // the verbose flag of the read in progress (for `crystal`)
+
   // raw file
   std::vector<std::string> lines;
   int nlines() const { return static_cast<int>(lines.size()); }
