@@ -65,6 +65,12 @@ class FileIO {
   void read_data_cif(const char* file_name, bool verbose);
   void ParseTransformString(const std::string& op, double R[3][3], double t[3]) const;
   void make_spacegroup_P1(int fractional_flag);
+  // Marks the candidates that coincide with an earlier kept one (squared fractional distance
+  // under 0.0001 after the minimum-image shift); returns how many were marked. The fast path
+  // bins positions in a periodic grid; the reference is the plain pairwise scan.
+  int mark_overlapped_atoms(const std::vector<double>& frac, std::vector<char>& removed) const;
+  int mark_overlapped_atoms_reference(const std::vector<double>& frac,
+                                      std::vector<char>& removed) const;
 
   // ---- MOL reader
   void read_data_mol(const char* file_name, int slot, bool verbose);
@@ -90,6 +96,9 @@ class FileIO {
                            const std::vector<int>& list, int& atom, int& partner,
                            double& distance) const;
   void separate_cif_molecules(bool verbose);
+  // The straightforward partition (one bond search per placed atom), kept as the reference
+  // that the fast path must reproduce exactly.
+  void separate_cif_molecules_reference(bool verbose);
   void make_whole_molecule(int mol_number, int natoms, const int* types, double* fx,
                            bool verbose);
 
@@ -177,4 +186,8 @@ class FileIO {
   // block reader with its CTAB nesting depth.
   bool mol_slot_ok(int slot) const;
   bool read_v3000_blocks(std::istream& in, int slot, bool verbose, int depth);
+  // Bonded partners of every cell atom by the cell-partition criterion, from a periodic grid.
+  std::vector<std::vector<int>> cif_bond_graph() const;
+  void print_partition(bool verbose) const;
+  void print_overlap(size_t i, size_t j, const std::vector<double>& frac) const;
 };

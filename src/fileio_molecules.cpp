@@ -141,7 +141,7 @@ void FileIO::find_bond_atom_one(int natoms, double* fx, const double* radii,
   }
 }
 
-void FileIO::separate_cif_molecules(bool verbose) {
+void FileIO::separate_cif_molecules_reference(bool verbose) {
   cif_mol_natoms.clear();
   cif_mol_atoms.clear();
   std::vector<int> unassigned(natoms_cif, 1);
@@ -166,12 +166,15 @@ void FileIO::separate_cif_molecules(bool verbose) {
       list.clear();
     }
   }
-  if (verbose) {
-    std::printf("  Unit cell nmols  = %d\n", static_cast<int>(cif_mol_natoms.size()));
-    std::printf("  Unit cell natoms =");
-    for (int n : cif_mol_natoms) std::printf(" %d", n);
-    std::printf("\n");
-  }
+  print_partition(verbose);
+}
+
+void FileIO::print_partition(bool verbose) const {
+  if (!verbose) return;
+  std::printf("  Unit cell nmols  = %d\n", static_cast<int>(cif_mol_natoms.size()));
+  std::printf("  Unit cell natoms =");
+  for (int n : cif_mol_natoms) std::printf(" %d", n);
+  std::printf("\n");
 }
 
 void FileIO::make_whole_molecule(int mol_number, int natoms, const int* types, double* fx,

@@ -1,6 +1,8 @@
 // Symmetry operations of a crystal file: parsing an operation text into a rotation and a
 // translation, and expanding the asymmetric unit to the full cell (space group P1) with
 // removal of generated atoms that fall on top of each other.
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <locale>
@@ -9,6 +11,7 @@
 #include <vector>
 
 #include "fileio.h"
+#include "fileio_grid.h"
 #include "util.h"
 
 namespace {
@@ -126,26 +129,8 @@ void FileIO::make_spacegroup_P1(int fractional_flag) {
     }
   }
 
-  std::vector<char> removed(total, 0);
-  int noverlap = 0;
-  for (size_t i = 0; i < total; ++i) {
-    if (removed[i]) continue;
-    const double* a = &new_xs[3 * i];
-    for (size_t j = i + 1; j < total; ++j) {
-      if (removed[j]) continue;
-      const double* b = &new_xs[3 * j];
-      double d[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]};
-      PBC_scaled_disp_wrap(d);
-      if (d[0] * d[0] + d[1] * d[1] + d[2] * d[2] < 0.0001) {
-        removed[j] = 1;
-        ++noverlap;
-        if (debug)
-          std::printf(" overlapped atoms: %3d %.4f %.4f %.4f  |  %3d %.4f %.4f %.4f\n",
-                      static_cast<int>(i), a[0], a[1], a[2], static_cast<int>(j), b[0], b[1],
-                      b[2]);
-      }
-    }
-  }
+  std::vector<char> removed;
+  const int noverlap = mark_overlapped_atoms(new_xs, removed);
 
   if (noverlap > 0) {
     std::printf("WARNING: Overlapped atoms detected and to be removed\n");
@@ -172,4 +157,76 @@ void FileIO::make_spacegroup_P1(int fractional_flag) {
   x_s = std::move(new_xs);
   x = std::move(new_x);
   natoms_cif = static_cast<int>(atypes.size());
+}
+
+namespace {
+
+constexpr double OVERLAP_TOLERANCE_SQ = 0.0001;  // squared fractional distance
+
+// Squared fractional distance of b from a after the minimum-image shift.
+double overlap_distance_sq(const double* a, const double* b) {
+  double d[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]};
+  FileIO::PBC_scaled_disp_wrap(d);
+  return d[0] * d[0] + d[1] * d[1] + d[2] * d[2];
+}
+
+}  // namespace
+
+void FileIO::print_overlap(size_t i, size_t j, const std::vector<double>& frac) const {
+  if (!debug) return;
+  const double* a = &frac[3 * i];
+  const double* b = &frac[3 * j];
+  std::printf(" overlapped atoms: %3d %.4f %.4f %.4f  |  %3d %.4f %.4f %.4f\n",
+              static_cast<int>(i), a[0], a[1], a[2], static_cast<int>(j), b[0], b[1], b[2]);
+}
+
+int FileIO::mark_overlapped_atoms_reference(const std::vector<double>& frac,
+                                            std::vector<char>& removed) const {
+  const size_t total = frac.size() / 3;
+  removed.assign(total, 0);
+  int count = 0;
+  for (size_t i = 0; i < total; ++i) {
+    if (removed[i]) continue;
+    for (size_t j = i + 1; j < total; ++j) {
+      if (removed[j]) continue;
+      if (overlap_distance_sq(&frac[3 * i], &frac[3 * j]) < OVERLAP_TOLERANCE_SQ) {
+        removed[j] = 1;
+        ++count;
+        print_overlap(i, j, frac);
+      }
+    }
+  }
+  return count;
+}
+
+int FileIO::mark_overlapped_atoms(const std::vector<double>& frac,
+                                  std::vector<char>& removed) const {
+  const size_t total = frac.size() / 3;
+  removed.assign(total, 0);
+  // Positions that are not finite never coincide with anything: leave them out of the grid.
+  std::vector<int> binned;
+  for (size_t i = 0; i < total; ++i)
+    if (std::isfinite(frac[3 * i]) && std::isfinite(frac[3 * i + 1]) &&
+        std::isfinite(frac[3 * i + 2]))
+      binned.push_back(static_cast<int>(i));
+  const double reach[3] = {0.01, 0.01, 0.01};
+  const fileio_grid::PeriodicGrid grid(frac, binned, reach);
+  int count = 0;
+  std::vector<int> hits;
+  for (int i : binned) {
+    if (removed[i]) continue;
+    hits.clear();
+    grid.for_each_near(&frac[3 * i], [&](int j) {
+      if (j > i && !removed[j] &&
+          overlap_distance_sq(&frac[3 * i], &frac[3 * j]) < OVERLAP_TOLERANCE_SQ)
+        hits.push_back(j);
+    });
+    std::sort(hits.begin(), hits.end());
+    for (int j : hits) {
+      removed[j] = 1;
+      ++count;
+      print_overlap(i, j, frac);
+    }
+  }
+  return count;
 }

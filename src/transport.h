@@ -2,6 +2,8 @@
 // (masses, centres of mass, HOMO indices) from the loaded structure and builds, for every
 // molecule of the unit cell, the sorted list of neighbouring molecule images.
 #pragma once
+#include <cstdint>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -19,6 +21,12 @@ constexpr int SPHERE_RADII = 9944;
 constexpr int HOMO_ADJUSTMENT = 9986;
 constexpr int LUMO_ADJUSTMENT = 9997;
 }  // namespace transport_lines
+
+// ==== kinetic Monte Carlo of charge hopping: error-site line numbers (transport_kmc.cpp)
+namespace kmc_lines {
+constexpr int OUTPUT_OPEN = 5213;  // a track, rate-table or hop-rate report cannot be written
+constexpr int NREC_RANGE = 5247;   // tsimu / tsnap gives no usable number of samples
+}  // namespace kmc_lines
 
 class Transport : public KavriInp {
  public:
@@ -57,6 +65,92 @@ class Transport : public KavriInp {
 
   static constexpr int NNEIMAX = 300;
 
+  // ==== kinetic Monte Carlo of charge hopping (transport_kmc.cpp) ====
+  // A charge hops over the neighbour network with the rates of "WH.dat"/"WL.dat"; each
+  // trajectory is sampled every tsnap ns up to tsimu ns and written as a track file.
+  void read_MC_w0();
+  void MC_init();
+  void MC_simulation_one(int run, const char* dir);
+  void MC_simulation_one_thinfilm(int run, const char* dir);
+  void MC_run_openMP(const char* dir, int unused, int nruns);
+  void MC_run(const char* dir, int unused, int nruns);
+  void MC_run_openMP_thinfilm(const char* dir, int unused, int nruns);
+  void MC_run_openMP_dyn_disorder(const char* dir, int unused, int nruns);
+  // Track of the last trajectory for run number `run` (counted from 1), and the average track.
+  void output_track(int run, const char* dir) const;
+  void output_track_ave(const char* dir) const;
+
+  // Reproducible streams: with a seed set, the clock-seeded engines start ran2 from a fresh
+  // table seeded by (seed, run) and the per-trajectory Mersenne Twisters take (seed, run)
+  // instead of the random device. A normal run never sets one.
+  void set_MC_seed(std::uint64_t seed);
+  void clear_MC_seed();
+  // Dynamic-disorder widths: relative spread of the transfer integrals and spread of the
+  // site energies (meV).
+  void set_MC_dynamic_disorder_widths(double sigma_V, double sigma_E);
+
+  // The hop that a uniform variate u selects from molecule `mol`, as the engines choose it;
+  // the thin-film form also gives the total allowed rate for the displacement D.
+  int MC_select_hop(int mol, double u) const;
+  int MC_select_hop_thinfilm(int mol, const double D[3], double u, double* ktotal) const;
+
+  bool is_MC_initialized() const { return mc_initialized; }
+  int get_MC_nrec() const { return mc_nrec; }
+  int get_MC_max_nhops() const { return mc_max_nhops; }
+  int get_MC_nhops(int mol) const;
+  double get_MC_rate(int mol, int hop) const { return mc_rates[mol][hop]; }
+  double get_MC_residence_time(int mol) const { return mc_dt[mol]; }
+  const std::vector<int>& get_MC_steps() const { return mc_steps; }
+  const std::vector<double>& get_MC_time() const { return mc_time; }
+  const std::vector<double>& get_MC_pos() const { return mc_pos; }
+  const std::vector<double>& get_MC_r2() const { return mc_r2; }
+  const std::vector<double>& get_MC_sum_time() const { return mc_sum_time; }
+  const std::vector<double>& get_MC_sum_pos() const { return mc_sum_pos; }
+  const std::vector<double>& get_MC_sum_r2() const { return mc_sum_r2; }
+
+ protected:
+  // ---- kinetic Monte Carlo state
+  enum class MCEngine { Static, ThinFilm, DynamicDisorder };
+  // One trajectory into the sample arrays; returns the number of hops made. The squared
+  // displacement is |M.D|^2 (angstrom^2) when `cartesian_r2`, else |D|^2 in cell units.
+  long long MC_trajectory(std::mt19937& gen, MCEngine engine, bool cartesian_r2);
+  // The same on the process-wide ran2 stream, with |D|^2 as squared displacement.
+  long long MC_trajectory_ran2(MCEngine engine);
+  template <class Uniform>
+  long long MC_trajectory_with(Uniform& uniform, MCEngine engine, bool cartesian_r2);
+  // nruns trajectories with their own generators, track files and the average track.
+  void MC_run_trajectories(const char* dir, int nruns, MCEngine engine);
+  void MC_build_hop_tables();
+  void MC_add_to_sums();
+  void MC_reset_sums();
+  void MC_average(int nruns);
+  void MC_write_hoprates(const char* name, bool dynamic) const;
+  void MC_seed_ran2(int run);
+  std::mt19937 MC_trajectory_generator(std::random_device* device, int run) const;
+
+  bool mc_initialized = false;
+  int mc_max_nhops = 0;
+  int mc_nrec = 0;
+  double mc_temp = 0.0;
+  std::vector<std::vector<double>> mc_rates;  // k_ij per molecule and hop, 1/ns
+  // Hop tables, flat over all hops: molecule i owns entries mc_hop_begin[i] ..
+  // mc_hop_begin[i + 1] - 1 (one empty molecule stands in for a cell without molecules).
+  std::vector<int> mc_hop_begin;
+  std::vector<int> mc_target;
+  std::vector<double> mc_cum;   // running sums p_0 + ... + p_j of the hop probabilities
+  std::vector<double> mc_disp;  // hop vectors, cell coordinates, 3 per hop
+  std::vector<double> mc_dt;    // residence time 1/K per molecule, ns
+  std::vector<unsigned char> mc_cum_ascending;  // running sums ascend: bisection is exact
+  // Samples of the current trajectory (mc_nrec + 1 each) and their sums over trajectories.
+  std::vector<int> mc_steps;
+  std::vector<double> mc_time, mc_pos, mc_r2;
+  std::vector<double> mc_sum_steps, mc_sum_time, mc_sum_pos, mc_sum_r2;
+  bool mc_seeded = false;
+  std::uint64_t mc_seed = 0;
+  double mc_dd_sigma_V = 0.3;   // relative spread of a transfer integral
+  double mc_dd_sigma_E = 25.0;  // spread of a site energy, meV
+  // ==== end of kinetic Monte Carlo ====
+
  protected:
   // molecular data
   int nmols_uc = 0;
@@ -90,7 +184,24 @@ class Transport : public KavriInp {
   std::vector<std::vector<int>> pair_int;
   std::vector<std::vector<double>> pair_dbl, pair_vec3, pair_mat3;
 
- private:
+  // Neighbour images (j, a, b, c) of molecule i within the cut-off, in the order of the
+  // straightforward search (c, then b, then a, then j ascending), each with its squared
+  // centre-of-mass distance. The fast path proposes only images whose bounding spheres come
+  // within reach; the reference loops over every image.
   void search_neighbors(int i, double rc2, std::vector<int>& cand, std::vector<double>& key);
+  void search_neighbors_reference(int i, double rc2, std::vector<int>& cand,
+                                  std::vector<double>& key);
+
+ private:
+  struct BoundingSphere {
+    double centre[3];  // fractional
+    double radius;     // angstrom
+    bool any;          // false when the molecule has no atom with finite coordinates
+  };
+  std::vector<BoundingSphere> spheres;
+  double coordinate_scale = 0.0;  // largest Cartesian coordinate magnitude, for round-off bounds
+  void prepare_bounding_spheres();
+  void add_candidate(int i, int j, int a, int b, int c, std::vector<int>& cand,
+                     std::vector<double>& key) const;
   void read_neighbor_file(bool verbose);
 };

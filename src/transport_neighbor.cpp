@@ -1,6 +1,7 @@
 // The neighbour list of the transport model: every molecule image within the atom-atom
 // cut-off of each molecule of the unit cell, sorted by centre-of-mass distance; or, in the
 // reading mode, the list given by "neighbor.dat".
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <climits>
@@ -74,25 +75,135 @@ double Transport::calc_neighbor_com_rsq(int i, int k, const int shift[3]) const 
   return cart_length_sq(latt, d);
 }
 
-void Transport::search_neighbors(int i, double rc2, std::vector<int>& cand,
-                                 std::vector<double>& key) {
-  const int Na = neighbor_scell[0], Nb = neighbor_scell[1], Nc = neighbor_scell[2];
+void Transport::add_candidate(int i, int j, int a, int b, int c, std::vector<int>& cand,
+                              std::vector<double>& key) const {
+  const int shift[3] = {a, b, c};
+  cand.insert(cand.end(), {j, a, b, c});
+  key.push_back(calc_neighbor_com_rsq(i, j, shift));
+  if (static_cast<int>(key.size()) == NNEIMAX)
+    fatal_error("transport", transport_lines::NNEIMAX_REACHED, FatalStream::Err,
+                format_string("Need to boost NNEIMAX (NumNeigh=%d)\n", NNEIMAX), 1);
+}
+
+void Transport::search_neighbors_reference(int i, double rc2, std::vector<int>& cand,
+                                           std::vector<double>& key) {
+  const long Na = neighbor_scell[0], Nb = neighbor_scell[1], Nc = neighbor_scell[2];
   cand.clear();
   key.clear();
-  for (int c = -Nc; c <= Nc; ++c)
-    for (int b = -Nb; b <= Nb; ++b)
-      for (int a = -Na; a <= Na; ++a)
+  for (long c = -Nc; c <= Nc; ++c)
+    for (long b = -Nb; b <= Nb; ++b)
+      for (long a = -Na; a <= Na; ++a)
         for (int j = 0; j < nmols_uc; ++j) {
           if (j == i && a == 0 && b == 0 && c == 0) continue;
-          const int shift[3] = {a, b, c};
+          const int shift[3] = {static_cast<int>(a), static_cast<int>(b), static_cast<int>(c)};
+          double dsq = 1000000.0;
+          if (check_if_molecule_within_rcut(i, j, shift, rc2, &dsq))
+            add_candidate(i, j, shift[0], shift[1], shift[2], cand, key);
+        }
+}
+
+namespace {
+
+bool finite3(const double* v) {
+  return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]);
+}
+
+}  // namespace
+
+void Transport::prepare_bounding_spheres() {
+  spheres.assign(nmols_uc, BoundingSphere{{0, 0, 0}, 0.0, false});
+  coordinate_scale = 0.0;
+  for (int i = 0; i < nmols_uc; ++i) {
+    BoundingSphere& s = spheres[i];
+    int n = 0;
+    for (int p = 0; p < mol_natoms[i]; ++p) {
+      const double* f = &mol_x_s[i][3 * p];
+      if (!finite3(f)) continue;
+      for (int k = 0; k < 3; ++k) s.centre[k] += f[k];
+      ++n;
+    }
+    if (n == 0) continue;
+    for (double& v : s.centre) v /= n;
+    for (int p = 0; p < mol_natoms[i]; ++p) {
+      const double* f = &mol_x_s[i][3 * p];
+      if (!finite3(f)) continue;
+      const double d[3] = {f[0] - s.centre[0], f[1] - s.centre[1], f[2] - s.centre[2]};
+      s.radius = std::max(s.radius, std::sqrt(cart_length_sq(latt, d)));
+      double cart[3];
+      mat_vec_mul(latt, f, cart);
+      for (double v : cart) coordinate_scale = std::max(coordinate_scale, std::fabs(v));
+    }
+    s.any = std::isfinite(s.radius);
+  }
+}
+
+void Transport::search_neighbors(int i, double rc2, std::vector<int>& cand,
+                                 std::vector<double>& key) {
+  cand.clear();
+  key.clear();
+  // An atom pair with a non-finite coordinate or lattice entry never passes the contact test,
+  // so such atoms (and such a lattice) take no part in the search.
+  if (!(rc2 >= 0.0) || !spheres[i].any) return;
+  for (int r = 0; r < 3; ++r)
+    if (!finite3(latt[r]) || !finite3(latt_inv[r])) return;
+  const double rc = std::sqrt(rc2);
+  const long N[3] = {neighbor_scell[0], neighbor_scell[1], neighbor_scell[2]};
+  double inv_row[3];
+  for (int k = 0; k < 3; ++k)
+    inv_row[k] = std::sqrt(latt_inv[k][0] * latt_inv[k][0] + latt_inv[k][1] * latt_inv[k][1] +
+                           latt_inv[k][2] * latt_inv[k][2]);
+
+  struct Image {
+    long c, b, a;
+    int j;
+  };
+  std::vector<Image> found;
+  const BoundingSphere& si = spheres[i];
+  for (int j = 0; j < nmols_uc; ++j) {
+    const BoundingSphere& sj = spheres[j];
+    if (!sj.any) continue;
+    // Any contact closer than the cut-off needs the centres within this reach (with a margin
+    // far above the round-off of the contact test).
+    const double reach = (rc + si.radius + sj.radius) * (1.0 + 1e-9) + 1e-6 +
+                         1e-12 * coordinate_scale;
+    const double v[3] = {sj.centre[0] - si.centre[0], sj.centre[1] - si.centre[1],
+                         sj.centre[2] - si.centre[2]};
+    long lo[3], hi[3];
+    bool empty = false;
+    for (int k = 0; k < 3; ++k) {
+      const double span = inv_row[k] * reach * 1.001 + 1e-9;
+      const double first = std::ceil(-v[k] - span), last = std::floor(-v[k] + span);
+      lo[k] = first <= -static_cast<double>(N[k]) ? -N[k]
+              : first > static_cast<double>(N[k]) ? N[k] + 1 : static_cast<long>(first);
+      hi[k] = last >= static_cast<double>(N[k]) ? N[k]
+              : last < -static_cast<double>(N[k]) ? -N[k] - 1 : static_cast<long>(last);
+      empty = empty || lo[k] > hi[k];
+    }
+    if (empty) continue;
+    for (long c = lo[2]; c <= hi[2]; ++c)
+      for (long b = lo[1]; b <= hi[1]; ++b)
+        for (long a = lo[0]; a <= hi[0]; ++a) {
+          if (j == i && a == 0 && b == 0 && c == 0) continue;
+          const double d[3] = {v[0] + a, v[1] + b, v[2] + c};
+          if (cart_length_sq(latt, d) >= reach * reach) continue;
+          const int shift[3] = {static_cast<int>(a), static_cast<int>(b), static_cast<int>(c)};
           double dsq = 1000000.0;
           if (!check_if_molecule_within_rcut(i, j, shift, rc2, &dsq)) continue;
-          cand.insert(cand.end(), {j, a, b, c});
-          key.push_back(calc_neighbor_com_rsq(i, j, shift));
-          if (static_cast<int>(key.size()) == NNEIMAX)
-            fatal_error("transport", transport_lines::NNEIMAX_REACHED, FatalStream::Err,
-                        format_string("Need to boost NNEIMAX (NumNeigh=%d)\n", NNEIMAX), 1);
+          found.push_back({c, b, a, j});
+          if (static_cast<int>(found.size()) >= NNEIMAX) break;
         }
+    if (static_cast<int>(found.size()) >= NNEIMAX) break;
+  }
+  // Back into the order of the straightforward loops, which decides ties in the sort.
+  std::sort(found.begin(), found.end(), [](const Image& x, const Image& y) {
+    if (x.c != y.c) return x.c < y.c;
+    if (x.b != y.b) return x.b < y.b;
+    if (x.a != y.a) return x.a < y.a;
+    return x.j < y.j;
+  });
+  for (const Image& im : found)
+    add_candidate(i, im.j, static_cast<int>(im.a), static_cast<int>(im.b),
+                  static_cast<int>(im.c), cand, key);
 }
 
 void Transport::build_neighbor_list(bool read_from_file, bool verbose) {
@@ -117,6 +228,7 @@ void Transport::build_neighbor_list(bool read_from_file, bool verbose) {
                   neighbor_scell[1], neighbor_scell[2]);
     }
     const double rc2 = lattice_cutoff * lattice_cutoff;
+    prepare_bounding_spheres();
     std::vector<int> cand;
     std::vector<double> key;
     std::vector<int> idx;

@@ -1,0 +1,204 @@
+// The fast duplicate removal, bond partition and neighbour search against the straightforward
+// algorithms they replace: identical results on real supercells and on many generated cells
+// (skewed cells, atoms on faces and special positions, unknown elements, extreme cut-offs).
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "pr_siteenergy.h"
+#include "util.h"
+
+namespace {
+
+class Cell : public SiteEnergy {
+ public:
+  using FileIO::atypes;
+  using FileIO::cif_mol_atoms;
+  using FileIO::cif_mol_natoms;
+  using FileIO::natoms_cif;
+  using FileIO::radius;
+  using FileIO::struct_source;
+  using FileIO::x;
+  using FileIO::x_s;
+  using KavriInp::lattice_cutoff;
+  using KavriInp::neighbor_scell;
+  using Transport::search_neighbors;
+  using Transport::search_neighbors_reference;
+
+  void set_cell(const double cell[6]) {
+    double L[3][3];
+    convert_cell6_to_latt3x3(cell, L);
+  }
+};
+
+struct FatalCaught : std::runtime_error {
+  explicit FatalCaught(int s) : std::runtime_error("fatal"), status(s) {}
+  int status;
+};
+[[noreturn]] void throw_on_fatal(int status) { throw FatalCaught(status); }
+
+// Runs f and returns the fatal status it ended with, or -1000 when it returned normally.
+template <class F>
+int fatal_status(F f) {
+  set_fatal_handler(throw_on_fatal);
+  int status = -1000;
+  try {
+    f();
+  } catch (const FatalCaught& e) {
+    status = e.status;
+  }
+  set_fatal_handler(nullptr);
+  return status;
+}
+
+// A random cell holding copies of a random rigid molecule, some atoms on faces or on special
+// positions, and now and then an atom of unknown element.
+void fill_random_cell(Cell& cell, std::mt19937& rng) {
+  std::uniform_real_distribution<double> len(3.0, 14.0), ang(65.0, 115.0), u(0.0, 1.0);
+  const double p[6] = {len(rng), len(rng), len(rng), ang(rng), ang(rng), ang(rng)};
+  cell.set_cell(p);
+  const int types[] = {1, 6, 7, 8, 16, 17, 32};
+  const int template_atoms = 1 + static_cast<int>(u(rng) * 8);
+  std::vector<double> shape;  // Cartesian offsets of a chain-like molecule
+  double pos[3] = {0, 0, 0};
+  for (int a = 0; a < template_atoms; ++a) {
+    for (double& v : pos) v += (u(rng) - 0.5) * 2.4;
+    shape.insert(shape.end(), pos, pos + 3);
+  }
+  std::vector<int> shape_types(template_atoms);
+  for (int& t : shape_types) t = types[static_cast<int>(u(rng) * 7)];
+  const int copies = 1 + static_cast<int>(u(rng) * 6);
+  cell.atypes.clear();
+  cell.radius.clear();
+  cell.x_s.clear();
+  for (int c = 0; c < copies; ++c) {
+    double origin[3] = {u(rng), u(rng), u(rng)};
+    if (u(rng) < 0.3) origin[static_cast<int>(u(rng) * 3)] = u(rng) < 0.5 ? 0.0 : 0.5;
+    for (int a = 0; a < template_atoms; ++a) {
+      double f[3];
+      cell.coord_c2f(&shape[3 * a], f);
+      for (int k = 0; k < 3; ++k) f[k] += origin[k];
+      if (u(rng) < 0.1) f[static_cast<int>(u(rng) * 3)] = 0.0;  // on a cell face
+      const bool unknown = u(rng) < 0.02;
+      cell.atypes.push_back(unknown ? -1 : shape_types[a]);
+      char sym[3];
+      cell.find_element_name_from_index(shape_types[a], sym);
+      cell.radius.push_back(unknown ? 9999.99 : cell.find_element_radius_from_name(sym));
+      cell.x_s.insert(cell.x_s.end(), f, f + 3);
+    }
+  }
+  cell.natoms_cif = static_cast<int>(cell.atypes.size());
+  cell.x.assign(cell.x_s.size(), 0.0);
+}
+
+}  // namespace
+
+TEST(FastPaths, OverlapRemovalMatchesPairwiseScan) {
+  std::mt19937 rng(12345);
+  std::uniform_real_distribution<double> u(0.0, 1.0);
+  Cell cell;
+  for (int trial = 0; trial < 300; ++trial) {
+    std::vector<double> frac;
+    const int n = 1 + static_cast<int>(u(rng) * 400);
+    for (int i = 0; i < n; ++i) {
+      double f[3] = {u(rng), u(rng), u(rng)};
+      if (i > 0 && u(rng) < 0.4) {  // near an earlier position, across faces too
+        const int j = static_cast<int>(u(rng) * i);
+        for (int k = 0; k < 3; ++k) {
+          f[k] = frac[3 * j + k] + (u(rng) - 0.5) * 0.03;
+          if (u(rng) < 0.2) f[k] = f[k] < 0.5 ? f[k] + 1.0 : f[k] - 1.0;
+        }
+      }
+      if (u(rng) < 0.05) f[0] = u(rng) < 0.5 ? 0.0001 : 0.9999;
+      if (u(rng) < 0.01) f[1] = NAN;
+      frac.insert(frac.end(), f, f + 3);
+    }
+    std::vector<char> fast, ref;
+    EXPECT_EQ(cell.mark_overlapped_atoms(frac, fast),
+              cell.mark_overlapped_atoms_reference(frac, ref));
+    ASSERT_EQ(fast, ref) << "trial " << trial;
+  }
+}
+
+TEST(FastPaths, PartitionAndNeighboursMatchOnGeneratedCells) {
+  std::mt19937 rng(2026);
+  std::uniform_real_distribution<double> u(0.0, 1.0);
+  const double cutoffs[] = {0.0, 0.5, 2.0, 4.0, 6.5, -3.0};
+  for (int trial = 0; trial < 150; ++trial) {
+    Cell ref, fast;
+    std::mt19937 copy = rng;
+    fill_random_cell(ref, rng);
+    fill_random_cell(fast, copy);
+    const double scale = trial % 10 == 0 ? 3.0 : 1.15;
+    ref.set_bond_dis_scale(scale);
+    fast.set_bond_dis_scale(scale);
+    ref.separate_cif_molecules_reference(false);
+    fast.separate_cif_molecules(false);
+    ASSERT_EQ(fast.cif_mol_natoms, ref.cif_mol_natoms) << "trial " << trial;
+    ASSERT_EQ(fast.cif_mol_atoms, ref.cif_mol_atoms) << "trial " << trial;
+
+    // Neighbour candidates of every molecule, in the order that reaches the sort.
+    fast.struct_source = 2;
+    testing::internal::CaptureStdout();
+    fast.read_crystal_strcuture_files(false, false);
+    fast.post_data_read_treatment(false);
+    testing::internal::GetCapturedStdout();
+    fast.lattice_cutoff = cutoffs[trial % 6];
+    const int range = trial % 7 == 0 ? 0 : 1 + static_cast<int>(u(rng) * 3);
+    for (int& n : fast.neighbor_scell) n = range;
+    const int status = fatal_status([&] { fast.build_neighbor_list(false, false); });
+    const double rc2 = fast.lattice_cutoff * fast.lattice_cutoff;
+    for (int i = 0; i < fast.get_nmols_uc(); ++i) {
+      std::vector<int> c1, c2;
+      std::vector<double> k1, k2;
+      const int s1 = fatal_status([&] { fast.search_neighbors(i, rc2, c1, k1); });
+      const int s2 = fatal_status([&] { fast.search_neighbors_reference(i, rc2, c2, k2); });
+      ASSERT_EQ(s1, s2) << "trial " << trial << " molecule " << i;
+      ASSERT_EQ(c1, c2) << "trial " << trial << " molecule " << i;
+      ASSERT_EQ(k1, k2) << "trial " << trial << " molecule " << i;
+    }
+    EXPECT_TRUE(status == -1000 || status == 1);
+  }
+}
+
+TEST(FastPaths, RealSupercellGivesReferencePartitionAndNeighbours) {
+  for (const char* name : {"anthracene_3x3x2_p1.cif", "tipge_pentacene_pbca.cif"}) {
+    Cell ref, fast;
+    const std::string path = std::string(KAVRI_TEST_DATA) + "/crystals/" + name;
+    testing::internal::CaptureStdout();
+    ref.read_data_cif(path.c_str(), false);
+    fast.read_data_cif(path.c_str(), false);
+    testing::internal::GetCapturedStdout();
+    // Rebuild the reference partition from the same expanded cell.
+    ref.radius.assign(ref.natoms_cif, 0.0);
+    for (int i = 0; i < ref.natoms_cif; ++i) {
+      char sym[3];
+      ref.find_element_name_from_index(ref.atypes[i], sym);
+      ref.radius[i] = ref.find_element_radius_from_name(sym);
+    }
+    ref.separate_cif_molecules_reference(false);
+    EXPECT_EQ(fast.cif_mol_natoms, ref.cif_mol_natoms) << name;
+    EXPECT_EQ(fast.cif_mol_atoms, ref.cif_mol_atoms) << name;
+
+    fast.struct_source = 2;
+    testing::internal::CaptureStdout();
+    fast.read_crystal_strcuture_files(false, false);
+    fast.post_data_read_treatment(false);
+    fast.build_neighbor_list(false, false);
+    testing::internal::GetCapturedStdout();
+    const double rc2 = 16.0;
+    for (int i = 0; i < fast.get_nmols_uc(); ++i) {
+      std::vector<int> c1, c2;
+      std::vector<double> k1, k2;
+      fast.search_neighbors(i, rc2, c1, k1);
+      fast.search_neighbors_reference(i, rc2, c2, k2);
+      EXPECT_EQ(c1, c2) << name << " molecule " << i;
+      EXPECT_EQ(k1, k2) << name << " molecule " << i;
+    }
+  }
+}
