@@ -19,6 +19,9 @@ struct Element {
   const char* name;
 };
 constexpr int NELEMENTS = 104;
+
+// Reduces a fractional displacement component into [-0.5, 0.5] by whole cells.
+double reduce_to_half_cell(double d);
 extern const Element Elements_m[NELEMENTS];
 extern const double nw_elem_radius_m[106];
 
@@ -101,6 +104,9 @@ class FileIO {
   void separate_cif_molecules_reference(bool verbose);
   void make_whole_molecule(int mol_number, int natoms, const int* types, double* fx,
                            bool verbose);
+  // The straightforward growth (one bond search per placed atom), kept as the reference.
+  void make_whole_molecule_reference(int mol_number, int natoms, const int* types, double* fx,
+                                     bool verbose);
 
   // ---- loading driver
   void read_crystal_strcuture_files(bool verbose, bool write_cell_vectors);
@@ -186,8 +192,22 @@ class FileIO {
   // block reader with its CTAB nesting depth.
   bool mol_slot_ok(int slot) const;
   bool read_v3000_blocks(std::istream& in, int slot, bool verbose, int depth);
-  // Bonded partners of every cell atom by the cell-partition criterion, from a periodic grid.
-  std::vector<std::vector<int>> cif_bond_graph() const;
+  // Bonds of the expanded cell by the cell-partition criterion, from a periodic grid. Atoms of
+  // unknown element inside the cell that reach every other atom there are listed apart
+  // (`universal`) with their bonds to the atoms inside the cell (`in_cell`) implied.
+  struct BondGraph {
+    std::vector<std::vector<int>> adj;
+    std::vector<int> universal;
+    std::vector<char> in_cell;
+  };
+  BondGraph cif_bond_graph() const;
   void print_partition(bool verbose) const;
+  // Whole molecules: radii, growth from atom 0 (fast and reference; both return the number of
+  // atoms placed and move atoms to the bonded images), then the warning, centre and shift.
+  std::vector<double> whole_molecule_radii(int natoms, const int* types) const;
+  int grow_whole_molecule(int natoms, double* fx, const double* radii) const;
+  int grow_whole_molecule_reference(int natoms, double* fx, const double* radii) const;
+  void finish_whole_molecule(int mol_number, int natoms, const int* types, double* fx,
+                             int nbonded, bool verbose) const;
   void print_overlap(size_t i, size_t j, const std::vector<double>& frac) const;
 };

@@ -19,6 +19,14 @@ constexpr double NOT_FOUND_DISTANCE = 9999.99;
 
 }  // namespace
 
+double reduce_to_half_cell(double d) {
+  // Same result as subtracting (adding) 1 while above 0.5 (below -0.5), which is exact for
+  // every displacement a cell can hold, but in one step, so that absurd values cannot hang.
+  if (d > 0.5) return d - std::ceil(d - 0.5);
+  if (d < -0.5) return d + std::ceil(-d - 0.5);
+  return d;
+}
+
 bool FileIO::bonded(const double d[3], double ri, double rj, double& dist) const {
   double c[3];
   coord_f2c(d, c);
@@ -126,10 +134,7 @@ void FileIO::find_bond_atom_one(int natoms, double* fx, const double* radii,
         distance = dist;
         return;
       }
-      for (int c = 0; c < 3; ++c) {
-        while (d[c] > 0.5) d[c] -= 1.0;
-        while (d[c] < -0.5) d[c] += 1.0;
-      }
+      for (int c = 0; c < 3; ++c) d[c] = reduce_to_half_cell(d[c]);
       if (bonded(d, radii[i], radii[j], dist)) {
         for (int c = 0; c < 3; ++c) fx[3 * i + c] = fx[3 * j + c] - d[c];
         atom = i;
@@ -177,12 +182,13 @@ void FileIO::print_partition(bool verbose) const {
   std::printf("\n");
 }
 
-void FileIO::make_whole_molecule(int mol_number, int natoms, const int* types, double* fx,
-                                 bool verbose) {
-  if (natoms <= 0) return;
+std::vector<double> FileIO::whole_molecule_radii(int natoms, const int* types) const {
   std::vector<double> radii(natoms);
   for (int k = 0; k < natoms; ++k) radii[k] = element_record(types[k]).radius_a / 250.0;
+  return radii;
+}
 
+int FileIO::grow_whole_molecule_reference(int natoms, double* fx, const double* radii) const {
   std::vector<int> unassigned(natoms, 1);
   std::vector<int> list;
   unassigned[0] = 0;
@@ -190,13 +196,33 @@ void FileIO::make_whole_molecule(int mol_number, int natoms, const int* types, d
   while (static_cast<int>(list.size()) < natoms) {
     int atom, partner;
     double dist;
-    find_bond_atom_one(natoms, fx, radii.data(), unassigned, static_cast<int>(list.size()),
-                       list, atom, partner, dist);
+    find_bond_atom_one(natoms, fx, radii, unassigned, static_cast<int>(list.size()), list, atom,
+                       partner, dist);
     if (atom < 0) break;
     unassigned[atom] = 0;
     list.push_back(atom);
   }
-  const int nbonded = static_cast<int>(list.size());
+  return static_cast<int>(list.size());
+}
+
+void FileIO::make_whole_molecule(int mol_number, int natoms, const int* types, double* fx,
+                                 bool verbose) {
+  if (natoms <= 0) return;
+  const std::vector<double> radii = whole_molecule_radii(natoms, types);
+  finish_whole_molecule(mol_number, natoms, types, fx, grow_whole_molecule(natoms, fx, radii.data()),
+                        verbose);
+}
+
+void FileIO::make_whole_molecule_reference(int mol_number, int natoms, const int* types,
+                                           double* fx, bool verbose) {
+  if (natoms <= 0) return;
+  const std::vector<double> radii = whole_molecule_radii(natoms, types);
+  finish_whole_molecule(mol_number, natoms, types, fx,
+                        grow_whole_molecule_reference(natoms, fx, radii.data()), verbose);
+}
+
+void FileIO::finish_whole_molecule(int mol_number, int natoms, const int* types, double* fx,
+                                   int nbonded, bool verbose) const {
   if (nbonded < natoms) {
     std::printf("WARNING: Not all atoms are bonded in the molecule!\n");
     std::printf("         nat_bonded = %d, natoms = %d\n", nbonded, natoms);

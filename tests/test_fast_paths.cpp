@@ -72,7 +72,8 @@ void fill_random_cell(Cell& cell, std::mt19937& rng) {
   }
   std::vector<int> shape_types(template_atoms);
   for (int& t : shape_types) t = types[static_cast<int>(u(rng) * 7)];
-  const int copies = 1 + static_cast<int>(u(rng) * 6);
+  const bool crowded = u(rng) < 0.15;
+  const int copies = crowded ? 20 + static_cast<int>(u(rng) * 30) : 1 + static_cast<int>(u(rng) * 6);
   cell.atypes.clear();
   cell.radius.clear();
   cell.x_s.clear();
@@ -141,6 +142,17 @@ TEST(FastPaths, PartitionAndNeighboursMatchOnGeneratedCells) {
     fast.separate_cif_molecules(false);
     ASSERT_EQ(fast.cif_mol_natoms, ref.cif_mol_natoms) << "trial " << trial;
     ASSERT_EQ(fast.cif_mol_atoms, ref.cif_mol_atoms) << "trial " << trial;
+
+    // Whole molecules: the whole cell as one molecule exercises long growth chains.
+    std::vector<int> types = fast.atypes;
+    std::vector<double> f1 = fast.x_s, f2 = fast.x_s;
+    testing::internal::CaptureStdout();
+    fast.make_whole_molecule(1, fast.natoms_cif, types.data(), f1.data(), true);
+    const std::string out1 = testing::internal::GetCapturedStdout();
+    testing::internal::CaptureStdout();
+    ref.make_whole_molecule_reference(1, ref.natoms_cif, types.data(), f2.data(), true);
+    ASSERT_EQ(out1, testing::internal::GetCapturedStdout()) << "trial " << trial;
+    ASSERT_EQ(f1, f2) << "trial " << trial;
 
     // Neighbour candidates of every molecule, in the order that reaches the sort.
     fast.struct_source = 2;
