@@ -3,6 +3,40 @@
 // The job-script writers for PBS, SLURM, LSF and a local shell build on these settings.
 #pragma once
 #include <string>
+#include <vector>
+
+// Error-site line numbers of the job-script writers: the script file that cannot be opened,
+// and one per dispatcher for a scheduler type outside 0..3.
+namespace job_scripts_lines {
+constexpr int OPEN_SCRIPT = 64;
+constexpr int SCHED_SITEENER = 131;
+constexpr int SCHED_MC = 148;
+constexpr int SCHED_ME = 165;
+constexpr int SCHED_MOB = 182;
+constexpr int SCHED_GETRE = 199;
+constexpr int SCHED_GAUSSIAN_RE = 216;
+constexpr int SCHED_RE_MPS = 233;
+constexpr int SCHED_ORCA_RE = 250;
+constexpr int SCHED_QCHEM_RE = 267;
+constexpr int SCHED_TRANSINT = 284;
+constexpr int SCHED_GAUSSIAN_HL = 301;
+constexpr int SCHED_ORCA_HL = 318;
+constexpr int SCHED_QCHEM_HL = 335;
+constexpr int SCHED_GAUSSIAN_HL_ARRAY = 352;
+constexpr int SCHED_ORCA_HL_ARRAY = 369;
+constexpr int SCHED_QCHEM_HL_ARRAY = 386;
+constexpr int SCHED_TRANSINT_ARRAY = 403;
+}  // namespace job_scripts_lines
+
+// Every job family `name` has five writers: `name_pbs`, `name_slurm`, `name_lsf`,
+// `name_local` write the script for one back-end, and `name` picks the back-end from the
+// scheduler type (sched_index 0..3; any other value is fatal).
+#define KAVRI_JOB_WRITERS(name, ...)   \
+  void name(__VA_ARGS__);              \
+  void name##_pbs(__VA_ARGS__);        \
+  void name##_slurm(__VA_ARGS__);      \
+  void name##_lsf(__VA_ARGS__);        \
+  void name##_local(__VA_ARGS__);
 
 class Jobscript {
  public:
@@ -28,7 +62,117 @@ class Jobscript {
   void set_job_scripts_SCRdir(const std::string& d) { SCRdir = d; }
   void set_job_scripts_JOBSdir(const std::string& d) { JOBSdir = d; }
 
+  // Directory of the marker file that a job removes when it ends, and the base of the data
+  // directories (HLdir, REdir) and helper scripts (JOBSdir) that job bodies refer to.
+  void set_job_scripts_workdir(const std::string& d) { job_workdir = d; }
+  const std::string& get_job_scripts_workdir() const { return job_workdir; }
+  // Prints "Writing gaussian job <BACKEND> script <file>..." before each script is written.
+  void set_job_scripts_verbose(bool on) { job_verbose = on; }
+
+  // ---- job-script writers. Arguments every family shares:
+  //   script   base name; the file is "<script>.<extension of the current scheduler type>"
+  //   nodes    node count; ppn processes per node
+  //   job_name name used in the job-name and standard-output directives
+  //   marker   file in the work directory that the job removes when it ends
+  //   out_dir  directory where the batch system writes the job's standard output
+  // `command` lines are written as they stand. Array writers take an optional list of task
+  // indices (empty: tasks 1..ntasks); job_slot_limit > 0 caps the tasks running at once.
+
+  // Jobs that run one command: site energies, Monte Carlo, master equation, mobility,
+  // collection of reorganisation energies.
+  KAVRI_JOB_WRITERS(write_calc_siteEner_job, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::string& command, const std::string& out_dir)
+  KAVRI_JOB_WRITERS(write_MC_job, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::string& command, const std::string& out_dir)
+  KAVRI_JOB_WRITERS(write_ME_job, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::string& command, const std::string& out_dir)
+  KAVRI_JOB_WRITERS(write_calc_mob_job, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::string& command, const std::string& out_dir)
+  KAVRI_JOB_WRITERS(write_calc_getRE_job, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::string& command, const std::string& out_dir)
+  // Reorganisation-energy jobs run `command` for the data directory <workdir>/<REdir>;
+  // the ORCA and Q-Chem ones use a scratch directory named after `re_name` and the job id.
+  KAVRI_JOB_WRITERS(write_gaussian_RE_job, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::string& command, const std::string& out_dir)
+  KAVRI_JOB_WRITERS(write_RE_mps_job, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::string& command, const std::string& out_dir)
+  KAVRI_JOB_WRITERS(write_orca_RE_job, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::string& re_name, const std::string& command,
+                    const std::string& out_dir)
+  KAVRI_JOB_WRITERS(write_qchem_RE_job, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::string& re_name, const std::string& command,
+                    const std::string& out_dir)
+  // Transfer integral of one pair: `command` runs inside `pair_dir`.
+  KAVRI_JOB_WRITERS(write_calc_transint_job, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::string& pair_dir, const std::string& command,
+                    const std::string& out_dir)
+  // HOMO/LUMO calculation of one molecule: input "<name>.com" (Gaussian) or "<name>.inp"
+  // (ORCA, Q-Chem) in <workdir>/<HLdir>, checked by the helper scripts in <workdir>/<JOBSdir>.
+  KAVRI_JOB_WRITERS(write_gaussian_HL_job, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::string& name, const std::string& out_dir)
+  KAVRI_JOB_WRITERS(write_orca_HL_job, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::string& name, const std::string& out_dir)
+  KAVRI_JOB_WRITERS(write_qchem_HL_job, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::string& name, const std::string& out_dir)
+  // The same as array jobs: task i works on "<prefix>-<i>".
+  KAVRI_JOB_WRITERS(write_gaussian_HL_job_array, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::vector<int>& tasks, int ntasks, const std::string& prefix,
+                    const std::string& out_dir)
+  KAVRI_JOB_WRITERS(write_orca_HL_job_array, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::vector<int>& tasks, int ntasks, const std::string& prefix,
+                    const std::string& out_dir)
+  KAVRI_JOB_WRITERS(write_qchem_HL_job_array, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::vector<int>& tasks, int ntasks, const std::string& prefix,
+                    const std::string& out_dir)
+  // Transfer integrals of molecule i's pairs per task: `exe` with the MOO arguments when the
+  // MOO flag is set, otherwise in batch mode over "mol<i>_<transfer-integral list file>".
+  KAVRI_JOB_WRITERS(write_calc_transint_job_array, const std::string& script, int nodes,
+                    int ppn, const std::string& job_name, const std::string& marker,
+                    const std::vector<int>& tasks, int ntasks, const std::string& exe,
+                    const std::string& out_dir)
+
+  // The task list of an array job: the indices joined by commas, or "1-<ntasks>" without.
+  static std::string job_array_task_list(const std::vector<int>& tasks, int ntasks);
+
  protected:
+  // One job script apart from its body: the directives, the modules and the marker file.
+  struct JobFrame {
+    std::string script;
+    int nodes = 1;
+    int ppn = 1;
+    std::string job_name;
+    std::string marker;
+    std::string out_dir;
+    bool qc_job = false;      // quantum-chemistry job: loads module_qc instead of module_mpich2
+    bool array = false;       // array job over task_ids, or 1..ntasks when that is empty
+    std::vector<int> task_ids;
+    int ntasks = 0;
+  };
+  // The full script text for back-end 0..3 around `body`, and writing it to its file.
+  std::string job_script_text(int backend, const JobFrame& frame, const std::string& body) const;
+  void write_job_script(int backend, const JobFrame& frame, const std::string& body) const;
+  // The back-end of the current scheduler type; fatal (at `line`) outside 0..3.
+  int job_backend_or_fail(int line) const;
+  // Shell text of the running job's id and of its array-task index, per back-end.
+  static const char* job_id_var(int backend);
+  static const char* job_task_var(int backend);
+
   int sched_index = 0;
   std::string log_name = "log";
   std::string trans_int_list_file = "trans_int_files.dat";
@@ -66,4 +210,8 @@ class Jobscript {
   bool module_kavri_flag = false;
   std::string module_kavri = "kavri/2021B-mpich2";
   bool sched_job_array = true;
+  std::string job_workdir = ".";
+  bool job_verbose = false;
 };
+
+#undef KAVRI_JOB_WRITERS

@@ -20,7 +20,10 @@ std::string lower(std::string s) {
 
 }  // namespace
 
-Transport::Transport() { get_workdir(workdir); }
+Transport::Transport() {
+  get_workdir(workdir);
+  set_job_scripts_workdir(workdir);
+}
 
 Transport::~Transport() { release_memories(); }
 
