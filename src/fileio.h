@@ -30,6 +30,7 @@ namespace fileio_lines {
 constexpr int CIF_OPEN = 3180;
 constexpr int CIF_ATOM_COLUMNS = 3279;
 constexpr int CIF_BOND_COLUMNS = 3530;
+constexpr int TOO_MANY_ATOMS = 3695;
 constexpr int MOL_OPEN = 4026;
 constexpr int MOL_COUNTS_SHORT = 4047;
 constexpr int MOL_ATOM_LISTS = 4077;

@@ -16,6 +16,7 @@ struct PeriodicGrid {
   std::vector<int> start;  // bin b holds order[start[b] .. start[b+1])
   std::vector<int> order;
 
+  PeriodicGrid() : start(2, 0) {}
   PeriodicGrid(const std::vector<double>& frac, const std::vector<int>& atoms,
                const double reach[3]) {
     const double total_limit = 4.0 * static_cast<double>(atoms.size()) + 64.0;

@@ -16,6 +16,9 @@
 
 namespace {
 
+// Largest cell the expansion builds (about 60 bytes per atom); far above any molecular crystal.
+constexpr size_t MAX_EXPANDED_ATOMS = 4000000;
+
 // Brings a translation or fractional component into [0, 1) by one shift.
 double shift_into_cell(double v) {
   if (v < 0.0) return v + 1.0;
@@ -100,6 +103,12 @@ void FileIO::make_spacegroup_P1(int fractional_flag) {
   const size_t n = static_cast<size_t>(natoms_cif);
   const size_t m = symm_ops.size();
   const size_t total = n * m;
+  if (total > MAX_EXPANDED_ATOMS)
+    fatal_error("fileio", fileio_lines::TOO_MANY_ATOMS, FatalStream::Out,
+                format_string("Too many atoms after symmetry expansion in %s: %zu atoms x %zu "
+                              "operations is more than %zu!\n",
+                              cif_file.c_str(), n, m, MAX_EXPANDED_ATOMS),
+                -1);
   std::vector<int> new_types(total);
   std::vector<double> new_radius(total);
   std::vector<double> new_xs(3 * total, 0.0);

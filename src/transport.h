@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "fileio_grid.h"
 #include "kavri_inp.h"
 
 // Error-site line numbers of the transport model.
@@ -99,7 +100,7 @@ class Transport : public KavriInp {
   int get_MC_max_nhops() const { return mc_max_nhops; }
   int get_MC_nhops(int mol) const;
   double get_MC_rate(int mol, int hop) const { return mc_rates[mol][hop]; }
-  double get_MC_residence_time(int mol) const { return mc_dt[mol]; }
+  double get_MC_residence_time(int mol) const { return mc_sites[mol].dt; }
   const std::vector<int>& get_MC_steps() const { return mc_steps; }
   const std::vector<double>& get_MC_time() const { return mc_time; }
   const std::vector<double>& get_MC_pos() const { return mc_pos; }
@@ -133,14 +134,19 @@ class Transport : public KavriInp {
   int mc_nrec = 0;
   double mc_temp = 0.0;
   std::vector<std::vector<double>> mc_rates;  // k_ij per molecule and hop, 1/ns
-  // Hop tables, flat over all hops: molecule i owns entries mc_hop_begin[i] ..
-  // mc_hop_begin[i + 1] - 1 (one empty molecule stands in for a cell without molecules).
-  std::vector<int> mc_hop_begin;
+  // Hop tables, flat over all hops: molecule i owns the block of entries from
+  // mc_sites[i].begin, its hops first, padded to a multiple of four entries with running
+  // sums of +inf (one empty molecule stands in for a cell without molecules).
+  struct MCSite {
+    int begin;      // first entry of the molecule's block
+    int nhops;      // number of hops
+    double dt;      // residence time 1/K, ns
+    int ascending;  // running sums ascend (counting them is then exact)
+  };
+  std::vector<MCSite> mc_sites;
   std::vector<int> mc_target;
   std::vector<double> mc_cum;   // running sums p_0 + ... + p_j of the hop probabilities
   std::vector<double> mc_disp;  // hop vectors, cell coordinates, 3 per hop
-  std::vector<double> mc_dt;    // residence time 1/K per molecule, ns
-  std::vector<unsigned char> mc_cum_ascending;  // running sums ascend: bisection is exact
   // Samples of the current trajectory (mc_nrec + 1 each) and their sums over trajectories.
   std::vector<int> mc_steps;
   std::vector<double> mc_time, mc_pos, mc_r2;
@@ -200,7 +206,11 @@ class Transport : public KavriInp {
   };
   std::vector<BoundingSphere> spheres;
   double coordinate_scale = 0.0;  // largest Cartesian coordinate magnitude, for round-off bounds
-  void prepare_bounding_spheres();
+  double largest_sphere = 0.0;
+  fileio_grid::PeriodicGrid centre_grid;  // molecule centres, binned for the cut-off reach
+  void prepare_bounding_spheres(double rc2);
+  // Reach of the contact test between two spheres, with a margin far above its round-off.
+  double sphere_reach(double rc, double ri, double rj) const;
   void add_candidate(int i, int j, int a, int b, int c, std::vector<int>& cand,
                      std::vector<double>& key) const;
   void read_neighbor_file(bool verbose);

@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -110,7 +111,7 @@ bool finite3(const double* v) {
 
 }  // namespace
 
-void Transport::prepare_bounding_spheres() {
+void Transport::prepare_bounding_spheres(double rc2) {
   spheres.assign(nmols_uc, BoundingSphere{{0, 0, 0}, 0.0, false});
   coordinate_scale = 0.0;
   for (int i = 0; i < nmols_uc; ++i) {
@@ -135,6 +136,30 @@ void Transport::prepare_bounding_spheres() {
     }
     s.any = std::isfinite(s.radius);
   }
+  largest_sphere = 0.0;
+  std::vector<double> centres(3 * static_cast<size_t>(nmols_uc), 0.0);
+  std::vector<int> binned;
+  for (int i = 0; i < nmols_uc; ++i) {
+    if (!spheres[i].any) continue;
+    largest_sphere = std::max(largest_sphere, spheres[i].radius);
+    for (int k = 0; k < 3; ++k) centres[3 * i + k] = spheres[i].centre[k];
+    binned.push_back(i);
+  }
+  // Two molecules can only be in contact through some image when their centres lie within
+  // this reach of each other modulo the cell.
+  const double reach = sphere_reach(std::sqrt(rc2), largest_sphere, largest_sphere);
+  double frac_reach[3];
+  for (int k = 0; k < 3; ++k) {
+    const double row = std::sqrt(latt_inv[k][0] * latt_inv[k][0] +
+                                 latt_inv[k][1] * latt_inv[k][1] +
+                                 latt_inv[k][2] * latt_inv[k][2]);
+    frac_reach[k] = std::isfinite(row * reach) ? row * reach : INFINITY;
+  }
+  centre_grid = fileio_grid::PeriodicGrid(centres, binned, frac_reach);
+}
+
+double Transport::sphere_reach(double rc, double ri, double rj) const {
+  return (rc + ri + rj) * (1.0 + 1e-9) + 1e-6 + 1e-12 * coordinate_scale;
 }
 
 void Transport::search_neighbors(int i, double rc2, std::vector<int>& cand,
@@ -159,13 +184,12 @@ void Transport::search_neighbors(int i, double rc2, std::vector<int>& cand,
   };
   std::vector<Image> found;
   const BoundingSphere& si = spheres[i];
-  for (int j = 0; j < nmols_uc; ++j) {
+  std::vector<int> near;
+  centre_grid.for_each_near(si.centre, [&](int j) { near.push_back(j); });
+  for (int j : near) {
     const BoundingSphere& sj = spheres[j];
-    if (!sj.any) continue;
-    // Any contact closer than the cut-off needs the centres within this reach (with a margin
-    // far above the round-off of the contact test).
-    const double reach = (rc + si.radius + sj.radius) * (1.0 + 1e-9) + 1e-6 +
-                         1e-12 * coordinate_scale;
+    // Any contact closer than the cut-off needs the centres within this reach.
+    const double reach = sphere_reach(rc, si.radius, sj.radius);
     const double v[3] = {sj.centre[0] - si.centre[0], sj.centre[1] - si.centre[1],
                          sj.centre[2] - si.centre[2]};
     long lo[3], hi[3];
@@ -228,7 +252,7 @@ void Transport::build_neighbor_list(bool read_from_file, bool verbose) {
                   neighbor_scell[1], neighbor_scell[2]);
     }
     const double rc2 = lattice_cutoff * lattice_cutoff;
-    prepare_bounding_spheres();
+    prepare_bounding_spheres(rc2);
     std::vector<int> cand;
     std::vector<double> key;
     std::vector<int> idx;
@@ -305,23 +329,21 @@ int neighbor_column(const std::string& text) {
 void Transport::read_neighbor_file(bool /*verbose*/) {
   const char* name = "neighbor.dat";
   std::printf("Reading file '%s'\n", name);
-  std::FILE* f = std::fopen(name, "r");
-  if (!f)
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(name, "r"), std::fclose);
+  if (!file)
     fatal_error("transport", transport_lines::NEIGHBOR_OPEN, FatalStream::Err,
                 format_string("Failed to open input file: %s\n", name), 1);
   char buf[256];
   auto next_line = [&]() -> std::string {
-    if (!std::fgets(buf, sizeof buf, f)) return std::string();
+    if (!std::fgets(buf, sizeof buf, file.get())) return std::string();
     return std::string(buf);
   };
   const long nm = std::strtol(next_line().c_str(), nullptr, 10);
-  if (nm != nmols_uc) {
-    std::fclose(f);
+  if (nm != nmols_uc)
     fatal_error("transport", transport_lines::NEIGHBOR_NMOLS, FatalStream::Err,
                 format_string("Readin nmols (%ld) in %s not equal to nmols (%d) in unitcell!\n",
                               nm, name, nmols_uc),
                 1);
-  }
   next_line();
   next_line();
   std::vector<std::string> words;
@@ -332,26 +354,20 @@ void Transport::read_neighbor_file(bool /*verbose*/) {
       std::string line = next_line();
       trim(line);
       tokenize(words, line.c_str(), " \t");
-      if (words.size() != 8) {
-        std::fclose(f);
+      if (words.size() != 8)
         fatal_error("transport", transport_lines::NEIGHBOR_NCOL, FatalStream::Err,
                     format_string("ncol (%d) in %s not equal to 8!\n",
                                   static_cast<int>(words.size()), name),
                     1);
-      }
       const int j = neighbor_column(words[0]) - 1;
-      if (j < 0 || j >= nmols_uc) {
-        std::fclose(f);
+      if (j < 0 || j >= nmols_uc)
         fatal_error("transport", transport_lines::NEIGHBOR_MOLECULE, FatalStream::Err,
                     format_string("Neighbor molecule %d in %s is not in 1..%d!\n", j + 1, name,
                                   nmols_uc),
                     1);
-      }
-      if (static_cast<int>(nei_mol[i].size()) == NNEIMAX) {
-        std::fclose(f);
+      if (static_cast<int>(nei_mol[i].size()) == NNEIMAX)
         fatal_error("transport", transport_lines::NNEIMAX_REACHED, FatalStream::Err,
                     format_string("Need to boost NNEIMAX (NumNeigh=%d)\n", NNEIMAX), 1);
-      }
       nei_mol[i].push_back(j);
       nei_a[i].push_back(neighbor_column(words[5]));
       nei_b[i].push_back(neighbor_column(words[6]));
@@ -359,5 +375,4 @@ void Transport::read_neighbor_file(bool /*verbose*/) {
     }
     nei_count[i] = static_cast<int>(nei_mol[i].size());
   }
-  std::fclose(f);
 }
