@@ -58,7 +58,9 @@ std::vector<std::string> split_string(std::string s);
 std::vector<std::string> globFileVector(const std::string& pattern);
 
 // ---------------------------------------------------------------- formatting
-std::string format_string(const std::string& fmt, ...);
+// printf-style formatting of any length (the format is a C string: a reference parameter
+// cannot carry the variable arguments).
+std::string format_string(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 std::string formatStringV(const char* fmt, va_list args);
 std::string formatString(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 void get_now_date_time(char* dst);

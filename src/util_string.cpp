@@ -329,17 +329,17 @@ std::vector<std::string> globFileVector(const std::string& pattern) {
 
 // ---------------------------------------------------------------- formatting
 
-std::string format_string(const std::string& fmt, ...) {
+std::string format_string(const char* fmt, ...) {
   va_list args;
   va_start(args, fmt);
   va_list measure;
   va_copy(measure, args);
-  const int len = std::vsnprintf(nullptr, 0, fmt.c_str(), measure);
+  const int len = std::vsnprintf(nullptr, 0, fmt, measure);
   va_end(measure);
   std::string out;
   if (len >= 0) {
     std::vector<char> buf(static_cast<std::size_t>(len) + 1, '\0');
-    std::vsnprintf(buf.data(), buf.size(), fmt.c_str(), args);
+    std::vsnprintf(buf.data(), buf.size(), fmt, args);
     out.assign(buf.data(), static_cast<std::size_t>(len));
   }
   va_end(args);
