@@ -1,4 +1,4 @@
-// Replays the hostile inputs kept in tests/fuzz/regressions (found by the fuzz programs or
+// Replays the hostile inputs kept in fuzz/regressions (found by the fuzz programs or
 // written by hand) through the same entries the fuzzers use: each must end normally or on a
 // reported fatal error, never with a crash, a hang or a sanitizer report.
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/fuzz_targets.h"
+#include "fuzz_targets.h"
 #include "util_error.h"
 
 namespace fs = std::filesystem;
@@ -54,7 +54,7 @@ void replay(const std::string& reader, const fs::path& file) {
 }  // namespace
 
 TEST(HostileInputs, EveryKeptInputEndsCleanly) {
-  const fs::path root = fs::path(KAVRI_TEST_DATA) / ".." / "fuzz" / "regressions";
+  const fs::path root = KAVRI_FUZZ_REGRESSIONS;
   int replayed = 0;
   for (const auto& [reader, entry] : entries()) {
     (void)entry;

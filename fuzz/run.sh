@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Runs every fuzz program for a bounded time on a corpus seeded from the project's test data.
-# Usage: tests/fuzz/run.sh BUILD_DIR [SECONDS_PER_TARGET]
+# Usage: fuzz/run.sh BUILD_DIR [SECONDS_PER_TARGET]
 # Any crash, leak, sanitizer report or timeout makes it exit non-zero; the input that caused it
-# is left in BUILD_DIR/fuzz-findings/ (copy it into tests/fuzz/regressions/<target>/).
+# is left in BUILD_DIR/fuzz-findings/ (copy it into fuzz/regressions/<target>/).
 set -euo pipefail
 build=$(cd "$1" && pwd)
 seconds=${2:-30}
-src=$(cd "$(dirname "$0")/../.." && pwd)
+src=$(cd "$(dirname "$0")/.." && pwd)
 data=$src/tests/data
 findings=$build/fuzz-findings
 mkdir -p "$findings"
@@ -22,15 +22,15 @@ seed input "$data"/golden/*/input/kavri.inp "$src"/examples/*/kavri.inp
 seed cif "$data"/crystals/*.cif "$data"/golden/*/input/*.cif
 seed mol "$data"/*.mol "$data"/golden/*/input/*.mol
 seed tables "$data"/golden/anthracene-holes-scell2/input/data/SE_*.dat
-seed neighbor "$src"/tests/fuzz/seeds/neighbor.dat
+seed neighbor "$src"/fuzz/seeds/neighbor.dat
 for t in input cif mol tables neighbor; do
-  cp "$src"/tests/fuzz/regressions/$t/* "$build/fuzz-corpus/$t/" 2>/dev/null || true
+  cp "$src"/fuzz/regressions/$t/* "$build/fuzz-corpus/$t/" 2>/dev/null || true
 done
 
 status=0
 for t in input cif mol tables neighbor; do
   echo "== fuzz_$t for ${seconds}s"
-  if ! (cd "$findings" && "$build/tests/fuzz/fuzz_$t" "$build/fuzz-corpus/$t" \
+  if ! (cd "$findings" && "$build/fuzz/fuzz_$t" "$build/fuzz-corpus/$t" \
         -max_total_time="$seconds" -timeout=20 -rss_limit_mb=3072 -max_len=65536 \
         -print_final_stats=1 -artifact_prefix="$findings/$t-" 2>"$build/fuzz-$t.log"); then
     echo "fuzz_$t found a problem:"; tail -40 "$build/fuzz-$t.log"; status=1
