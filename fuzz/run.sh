@@ -23,15 +23,12 @@ seed cif "$data"/crystals/*.cif "$data"/golden/*/input/*.cif
 seed mol "$data"/*.mol "$data"/golden/*/input/*.mol
 seed tables "$data"/golden/anthracene-holes-scell2/input/data/SE_*.dat
 seed neighbor "$src"/fuzz/seeds/neighbor.dat
-for t in input cif mol tables neighbor; do
-  cp "$src"/fuzz/regressions/$t/* "$build/fuzz-corpus/$t/" 2>/dev/null || true
-done
 
 status=0
 for t in input cif mol tables neighbor; do
   echo "== fuzz_$t for ${seconds}s"
   if ! (cd "$findings" && "$build/fuzz/fuzz_$t" "$build/fuzz-corpus/$t" \
-        -max_total_time="$seconds" -timeout=20 -rss_limit_mb=3072 -max_len=65536 \
+        -max_total_time="$seconds" -timeout=60 -rss_limit_mb=3072 -max_len=65536 \
         -print_final_stats=1 -artifact_prefix="$findings/$t-" 2>"$build/fuzz-$t.log"); then
     echo "fuzz_$t found a problem:"; tail -40 "$build/fuzz-$t.log"; status=1
   else

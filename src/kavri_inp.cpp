@@ -195,7 +195,8 @@ void KavriInp::key_molecule(const std::string& value) {
              " MOL file names but names " + std::to_string(found) + "!!!\n\n",
          -1);
   }
-  mol_file_names.assign(words.begin() + 1, words.begin() + 1 + n);
+  mol_file_names.clear();
+  for (int k = 1; k <= n; ++k) mol_file_names.push_back(words[k]);
   struct_source = 1;
 }
 

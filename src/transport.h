@@ -25,8 +25,10 @@ constexpr int LUMO_ADJUSTMENT = 9997;
 
 // ==== kinetic Monte Carlo of charge hopping: error-site line numbers (transport_kmc.cpp)
 namespace kmc_lines {
+constexpr int RATE_VALUE = 5129;   // a rate file gives a negative, NaN or infinite rate
 constexpr int OUTPUT_OPEN = 5213;  // a track, rate-table or hop-rate report cannot be written
 constexpr int NREC_RANGE = 5247;   // tsimu / tsnap gives no usable number of samples
+constexpr int TIME_STEP = 5255;    // a residence time too short for the sampling interval
 }  // namespace kmc_lines
 
 class Transport : public KavriInp {
@@ -136,12 +138,13 @@ class Transport : public KavriInp {
   std::vector<std::vector<double>> mc_rates;  // k_ij per molecule and hop, 1/ns
   // Hop tables, flat over all hops: molecule i owns the block of entries from
   // mc_sites[i].begin, its hops first, padded to a multiple of four entries with running
-  // sums of +inf (one empty molecule stands in for a cell without molecules).
+  // sums of +inf (one empty molecule stands in for a cell without molecules). The rates are
+  // finite and non-negative, so the running sums ascend; a molecule whose rates are all 0
+  // has sums of NaN, which no variate exceeds.
   struct MCSite {
-    int begin;      // first entry of the molecule's block
-    int nhops;      // number of hops
-    double dt;      // residence time 1/K, ns
-    int ascending;  // running sums ascend (counting them is then exact)
+    int begin;  // first entry of the molecule's block
+    int nhops;  // number of hops
+    double dt;  // residence time 1/K, ns (infinite for K = 0)
   };
   std::vector<MCSite> mc_sites;
   std::vector<int> mc_target;
@@ -209,6 +212,27 @@ class Transport : public KavriInp {
   double largest_sphere = 0.0;
   fileio_grid::PeriodicGrid centre_grid;  // molecule centres, binned for the cut-off reach
   void prepare_bounding_spheres(double rc2);
+  // Contact test of large molecule pairs: the atoms of molecule j binned in Cartesian space,
+  // so that each atom of i meets only the atoms of j within reach. Gives the same answer (and
+  // the same first pair) as check_if_molecule_within_rcut.
+  struct AtomGrid {
+    bool built = false;
+    double origin[3] = {0, 0, 0};
+    double h = 1.0;
+    double extent = 0.0;
+    int n[3] = {1, 1, 1};
+    std::vector<int> start, order;
+    std::vector<double> cart;  // Cartesian positions of the atoms, 3 per atom
+  };
+  std::vector<AtomGrid> atom_grids;
+  void build_atom_grid(int j, double rc);
+  bool within_rcut_grid(int i, int j, const int shift[3], double rc2, double* dsq);
+
+ public:
+  // Atom-pair count above which the contact test uses the atom grid (tests lower it).
+  long contact_grid_threshold = 2048;
+
+ private:
   // Reach of the contact test between two spheres, with a margin far above its round-off.
   double sphere_reach(double rc, double ri, double rj) const;
   void add_candidate(int i, int j, int a, int b, int c, std::vector<int>& cand,

@@ -136,6 +136,7 @@ void Transport::prepare_bounding_spheres(double rc2) {
     }
     s.any = std::isfinite(s.radius);
   }
+  atom_grids.assign(nmols_uc, AtomGrid());
   largest_sphere = 0.0;
   std::vector<double> centres(3 * static_cast<size_t>(nmols_uc), 0.0);
   std::vector<int> binned;
@@ -160,6 +161,114 @@ void Transport::prepare_bounding_spheres(double rc2) {
 
 double Transport::sphere_reach(double rc, double ri, double rj) const {
   return (rc + ri + rj) * (1.0 + 1e-9) + 1e-6 + 1e-12 * coordinate_scale;
+}
+
+void Transport::build_atom_grid(int j, double rc) {
+  AtomGrid& g = atom_grids[j];
+  g = AtomGrid();
+  g.built = true;
+  const int n = mol_natoms[j];
+  g.cart.assign(3 * static_cast<size_t>(n), NAN);
+  double lo[3] = {INFINITY, INFINITY, INFINITY}, hi[3] = {-INFINITY, -INFINITY, -INFINITY};
+  std::vector<int> finite_atoms;
+  for (int q = 0; q < n; ++q) {
+    const double* f = &mol_x_s[j][3 * q];
+    if (!finite3(f)) continue;
+    mat_vec_mul(latt, f, &g.cart[3 * q]);
+    for (int k = 0; k < 3; ++k) {
+      lo[k] = std::min(lo[k], g.cart[3 * q + k]);
+      hi[k] = std::max(hi[k], g.cart[3 * q + k]);
+    }
+    finite_atoms.push_back(q);
+  }
+  if (finite_atoms.empty()) {
+    g.start.assign(2, 0);
+    return;
+  }
+  double span = 0.0;
+  for (int k = 0; k < 3; ++k) {
+    g.origin[k] = lo[k];
+    span = std::max(span, hi[k] - lo[k]);
+  }
+  g.extent = span;
+  // Bins no smaller than the cut-off and no more than a few per atom.
+  g.h = std::max({rc, span / 64.0, 1e-6});
+  if (!std::isfinite(g.h)) g.h = std::max(span, 1.0);
+  for (int k = 0; k < 3; ++k)
+    g.n[k] = std::clamp(static_cast<int>((hi[k] - lo[k]) / g.h) + 1, 1, 64);
+  const int nbins = g.n[0] * g.n[1] * g.n[2];
+  auto bin_of = [&](const double* c) {
+    int b[3];
+    for (int k = 0; k < 3; ++k)
+      b[k] = std::clamp(static_cast<int>((c[k] - g.origin[k]) / g.h), 0, g.n[k] - 1);
+    return (b[0] * g.n[1] + b[1]) * g.n[2] + b[2];
+  };
+  g.start.assign(nbins + 1, 0);
+  for (int q : finite_atoms) ++g.start[bin_of(&g.cart[3 * q]) + 1];
+  for (int b = 0; b < nbins; ++b) g.start[b + 1] += g.start[b];
+  g.order.resize(finite_atoms.size());
+  std::vector<int> fill(g.start.begin(), g.start.end() - 1);
+  for (int q : finite_atoms) g.order[fill[bin_of(&g.cart[3 * q])]++] = q;
+}
+
+bool Transport::within_rcut_grid(int i, int j, const int shift[3], double rc2, double* dsq) {
+  const int ni = mol_natoms[i];
+  if (ni <= 0) return false;
+  const double rc = std::sqrt(rc2);
+  if (!atom_grids[j].built) build_atom_grid(j, rc);
+  const AtomGrid& g = atom_grids[j];
+  const double* pi = mol_x_s[i].data();
+  const double* pj = mol_x_s[j].data();
+  const double s[3] = {static_cast<double>(shift[0]), static_cast<double>(shift[1]),
+                       static_cast<double>(shift[2])};
+  for (int p = 0; p < ni; ++p) {
+    const double* fp = &pi[3 * p];
+    if (!finite3(fp)) continue;  // such an atom never comes within the cut-off
+    // Atom p seen from the home cell of molecule j.
+    const double back[3] = {fp[0] - s[0], fp[1] - s[1], fp[2] - s[2]};
+    double q_point[3];
+    mat_vec_mul(latt, back, q_point);
+    const double scale = std::max({std::fabs(q_point[0]), std::fabs(q_point[1]),
+                                   std::fabs(q_point[2]), std::fabs(g.origin[0]),
+                                   std::fabs(g.origin[1]), std::fabs(g.origin[2])}) + g.extent;
+    const double r = rc + 1e-6 + 1e-10 * scale;
+    int lo[3], hi[3];
+    bool outside = false;
+    for (int k = 0; k < 3; ++k) {
+      const double a = std::floor((q_point[k] - r - g.origin[k]) / g.h);
+      const double b = std::floor((q_point[k] + r - g.origin[k]) / g.h);
+      if (!(b >= 0.0) || !(a < g.n[k])) {
+        outside = true;
+        break;
+      }
+      lo[k] = a < 0.0 ? 0 : static_cast<int>(a);
+      hi[k] = b >= g.n[k] ? g.n[k] - 1 : static_cast<int>(b);
+    }
+    if (outside) continue;
+    int first = -1;
+    double first_d2 = 0.0;
+    for (int x = lo[0]; x <= hi[0]; ++x)
+      for (int y = lo[1]; y <= hi[1]; ++y)
+        for (int z = lo[2]; z <= hi[2]; ++z) {
+          const int b = (x * g.n[1] + y) * g.n[2] + z;
+          for (int t = g.start[b]; t < g.start[b + 1]; ++t) {
+            const int q = g.order[t];
+            if (first >= 0 && q > first) continue;
+            double d[3];
+            for (int c = 0; c < 3; ++c) d[c] = pj[3 * q + c] - fp[c] + s[c];
+            const double d2 = cart_length_sq(latt, d);
+            if (d2 < rc2) {
+              first = q;
+              first_d2 = d2;
+            }
+          }
+        }
+    if (first >= 0) {
+      *dsq = first_d2;
+      return true;
+    }
+  }
+  return false;
 }
 
 void Transport::search_neighbors(int i, double rc2, std::vector<int>& cand,
@@ -212,7 +321,11 @@ void Transport::search_neighbors(int i, double rc2, std::vector<int>& cand,
           if (cart_length_sq(latt, d) >= reach * reach) continue;
           const int shift[3] = {static_cast<int>(a), static_cast<int>(b), static_cast<int>(c)};
           double dsq = 1000000.0;
-          if (!check_if_molecule_within_rcut(i, j, shift, rc2, &dsq)) continue;
+          const bool large = static_cast<long>(mol_natoms[i]) * mol_natoms[j] >
+                             contact_grid_threshold;
+          if (large ? !within_rcut_grid(i, j, shift, rc2, &dsq)
+                    : !check_if_molecule_within_rcut(i, j, shift, rc2, &dsq))
+            continue;
           found.push_back({c, b, a, j});
           if (static_cast<int>(found.size()) >= NNEIMAX) break;
         }
