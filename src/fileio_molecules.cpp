@@ -34,32 +34,30 @@ bool FileIO::bonded(const double d[3], double ri, double rj, double& dist) const
   return (ri + rj) * bond_dis_scale > dist;
 }
 
-void FileIO::find_bond_atom(int natoms, std::vector<int>& unassigned, int nlist,
-                            const std::vector<int>& list, int& atom, int& partner,
-                            double& distance) const {
+namespace {
+
+// The search shared by the three bond searches: with an empty molecule list the lowest-index
+// unassigned atom seeds a molecule; otherwise the first unassigned atom i (ascending) that
+// bonds to a list member j (in list order) by `bonded_pair(i, j, dist)`.
+template <class BondTest>
+void search_bond(int natoms, const std::vector<int>& unassigned, int nlist,
+                 const std::vector<int>& list, BondTest bonded_pair, int& atom, int& partner,
+                 double& distance) {
   atom = -1;
   partner = -1;
   distance = NOT_FOUND_DISTANCE;
-  if (nlist == 0) {
-    for (int i = 0; i < natoms; ++i)
-      if (unassigned[i]) {
-        atom = i;
-        partner = 0;
-        distance = 0.0;
-        return;
-      }
-    return;
-  }
   for (int i = 0; i < natoms; ++i) {
     if (!unassigned[i]) continue;
+    if (nlist == 0) {
+      atom = i;
+      partner = 0;
+      distance = 0.0;
+      return;
+    }
     for (int k = 0; k < nlist; ++k) {
       const int j = list[k];
-      if (j == i) continue;
-      double d[3];
-      for (int c = 0; c < 3; ++c) d[c] = x_s[3 * j + c] - x_s[3 * i + c];
-      PBC_scaled_disp_wrap(d);
       double dist;
-      if (bonded(d, radius[i], radius[j], dist)) {
+      if (j != i && bonded_pair(i, j, dist)) {
         atom = i;
         partner = j;
         distance = dist;
@@ -69,81 +67,48 @@ void FileIO::find_bond_atom(int natoms, std::vector<int>& unassigned, int nlist,
   }
 }
 
+}  // namespace
+
+void FileIO::find_bond_atom(int natoms, std::vector<int>& unassigned, int nlist,
+                            const std::vector<int>& list, int& atom, int& partner,
+                            double& distance) const {
+  auto test = [&](int i, int j, double& dist) {
+    double d[3];
+    for (int c = 0; c < 3; ++c) d[c] = x_s[3 * j + c] - x_s[3 * i + c];
+    PBC_scaled_disp_wrap(d);
+    return bonded(d, radius[i], radius[j], dist);
+  };
+  search_bond(natoms, unassigned, nlist, list, test, atom, partner, distance);
+}
+
 void FileIO::find_bond_atom_cart(int natoms, std::vector<int>& unassigned, int nlist,
                                  const std::vector<int>& list, int& atom, int& partner,
                                  double& distance) const {
-  atom = -1;
-  partner = -1;
-  distance = NOT_FOUND_DISTANCE;
-  if (nlist == 0) {
-    for (int i = 0; i < natoms; ++i)
-      if (unassigned[i]) {
-        atom = i;
-        partner = 0;
-        distance = 0.0;
-        return;
-      }
-    return;
-  }
-  for (int i = 0; i < natoms; ++i) {
-    if (!unassigned[i]) continue;
-    for (int k = 0; k < nlist; ++k) {
-      const int j = list[k];
-      if (j == i) continue;
-      double d[3];
-      for (int c = 0; c < 3; ++c) d[c] = x[3 * j + c] - x[3 * i + c];
-      const double dist = get_magnitude(d);
-      if ((radius[i] + radius[j]) * bond_dis_scale > dist) {
-        atom = i;
-        partner = j;
-        distance = dist;
-        return;
-      }
-    }
-  }
+  auto test = [&](int i, int j, double& dist) {
+    double d[3];
+    for (int c = 0; c < 3; ++c) d[c] = x[3 * j + c] - x[3 * i + c];
+    dist = get_magnitude(d);
+    return (radius[i] + radius[j]) * bond_dis_scale > dist;
+  };
+  search_bond(natoms, unassigned, nlist, list, test, atom, partner, distance);
 }
 
 void FileIO::find_bond_atom_one(int natoms, double* fx, const double* radii,
                                 std::vector<int>& unassigned, int nlist,
                                 const std::vector<int>& list, int& atom, int& partner,
                                 double& distance) const {
-  atom = -1;
-  partner = -1;
-  distance = NOT_FOUND_DISTANCE;
-  if (nlist == 0) {
-    for (int i = 0; i < natoms; ++i)
-      if (unassigned[i]) {
-        atom = i;
-        partner = 0;
-        distance = 0.0;
-        return;
-      }
-    return;
-  }
-  for (int i = 0; i < natoms; ++i) {
-    if (!unassigned[i]) continue;
-    for (int k = 0; k < nlist; ++k) {
-      const int j = list[k];
-      if (j == i) continue;
-      double d[3];
-      for (int c = 0; c < 3; ++c) d[c] = fx[3 * j + c] - fx[3 * i + c];
-      double dist;
-      if (bonded(d, radii[i], radii[j], dist)) {
-        atom = i;
-        partner = j;
-        distance = dist;
-        return;
-      }
-      for (int c = 0; c < 3; ++c) d[c] = reduce_to_half_cell(d[c]);
-      if (bonded(d, radii[i], radii[j], dist)) {
-        for (int c = 0; c < 3; ++c) fx[3 * i + c] = fx[3 * j + c] - d[c];
-        atom = i;
-        partner = j;
-        distance = dist;
-        return;
-      }
-    }
-  }
+  // Tested as the displacement stands, then through the minimum image, where a bond moves
+  // atom i next to j.
+  auto test = [&](int i, int j, double& dist) {
+    double d[3];
+    for (int c = 0; c < 3; ++c) d[c] = fx[3 * j + c] - fx[3 * i + c];
+    if (bonded(d, radii[i], radii[j], dist)) return true;
+    for (int c = 0; c < 3; ++c) d[c] = reduce_to_half_cell(d[c]);
+    if (!bonded(d, radii[i], radii[j], dist)) return false;
+    for (int c = 0; c < 3; ++c) fx[3 * i + c] = fx[3 * j + c] - d[c];
+    return true;
+  };
+  search_bond(natoms, unassigned, nlist, list, test, atom, partner, distance);
 }
 
 void FileIO::separate_cif_molecules_reference(bool verbose) {

@@ -1,7 +1,9 @@
-// libFuzzer entry for the cif reader; runs in a scratch directory with output silenced.
+// libFuzzer entry of one reader (chosen at build time by KAVRI_FUZZ_ENTRY); runs in a scratch
+// directory with standard output silenced.
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
-#include <unistd.h>
 
 #include "fuzz_targets.h"
 
@@ -14,6 +16,6 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz_targets::cif_file(data, size);
+  fuzz_targets::KAVRI_FUZZ_ENTRY(data, size);
   return 0;
 }
