@@ -89,11 +89,60 @@ void BM_Partition(benchmark::State& state, const std::string& name, bool referen
   state.counters["atoms"] = run.natoms_cif;
 }
 
+// A whole run up to the site energies (the table reading and writing are a few milliseconds):
+// CIF reading with expansion and partition, whole molecules, molecular data, neighbour list.
+void BM_WholeRun(benchmark::State& state, const std::string& name, bool reference) {
+  const std::string path = crystal_path(name);
+  if (std::FILE* f = std::fopen(path.c_str(), "r")) {
+    std::fclose(f);
+  } else {
+    state.SkipWithError(("missing " + path).c_str());
+    return;
+  }
+  int molecules = 0, atoms = 0;
+  for (auto _ : state) {
+    Run run;
+    run.set_reference_paths(reference);
+    load(run, name);
+    run.build_neighbor_list(false, false);
+    molecules = run.get_nmols_uc();
+    atoms = run.get_natoms_total();
+  }
+  state.counters["atoms"] = atoms;
+  state.counters["molecules"] = molecules;
+}
+
 const std::string kLargestReal = "tipge_pentacene_pbca.cif";
 const std::string kSupercell = "anthracene_5x6x4_p1.cif";
 
 }  // namespace
 
+// Whole runs: real crystals and the P1 supercells, each beside the straightforward path where
+// that finishes within minutes (one iteration).
+BENCHMARK_CAPTURE(BM_WholeRun, anthracene, std::string("anthracene.cif"), false)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_WholeRun, anthracene_reference, std::string("anthracene.cif"), true)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_WholeRun, tipge_pbca, kLargestReal, false)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_WholeRun, tipge_pbca_reference, kLargestReal, true)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
+BENCHMARK_CAPTURE(BM_WholeRun, p1_864, std::string("anthracene_3x3x2_p1.cif"), false)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_WholeRun, p1_864_reference, std::string("anthracene_3x3x2_p1.cif"), true)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
+BENCHMARK_CAPTURE(BM_WholeRun, p1_5760, kSupercell, false)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_WholeRun, p1_5760_reference, kSupercell, true)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
+BENCHMARK_CAPTURE(BM_WholeRun, p1_19200, std::string("tipge_pbca_4x4x3_p1.cif"), false)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_WholeRun, p1_103680, std::string("anthracene_10x18x12_p1.cif"), false)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
+
+// Stages on the largest real crystal and on the 5,760-atom supercell.
 BENCHMARK_CAPTURE(BM_ReadCif, tipge_pbca, kLargestReal)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_WholeMoleculesAndData, tipge_pbca, kLargestReal)
     ->Unit(benchmark::kMillisecond);

@@ -129,6 +129,9 @@ class FileIO {
   const std::vector<int>& get_cif_mol_atoms() const { return cif_mol_atoms; }
   int get_nmols() const { return nmols; }
   void set_debug(bool on) { debug = on; }
+  // Runs the straightforward algorithms instead of the fast paths (for equivalence tests and
+  // benchmarks); the results are the same.
+  void set_reference_paths(bool on) { reference_paths = on; }
 
  protected:
   // cell geometry
@@ -152,6 +155,7 @@ class FileIO {
   std::vector<double> x;        // Cartesian coordinates, 3 per atom
   std::vector<double> radius;   // bond radius per atom (only during the read)
   bool debug = false;
+  bool reference_paths = false;
 
   // bond detection and the cell partition
   double bond_dis_scale = 1.15;

@@ -177,7 +177,10 @@ void FileIO::read_data_cif(const char* file_name, bool verbose) {
   make_spacegroup_P1(3);
   for (int i = 0; i < natoms_cif; ++i) coord_f2c(&x_s[3 * i], &x[3 * i]);
 
-  separate_cif_molecules(verbose);
+  if (reference_paths)
+    separate_cif_molecules_reference(verbose);
+  else
+    separate_cif_molecules(verbose);
 
   radius.clear();
   radius.shrink_to_fit();

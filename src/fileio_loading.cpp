@@ -45,8 +45,12 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
     }
     if (verbose) std::printf("Make whole molecules...\n");
     for (int i = 0; i < nmols; ++i) {
-      make_whole_molecule(i + 1, mol_natoms[i], mol_atypes[i].data(), mol_x_s[i].data(),
-                          verbose);
+      if (reference_paths)
+        make_whole_molecule_reference(i + 1, mol_natoms[i], mol_atypes[i].data(),
+                                      mol_x_s[i].data(), verbose);
+      else
+        make_whole_molecule(i + 1, mol_natoms[i], mol_atypes[i].data(), mol_x_s[i].data(),
+                            verbose);
       for (int k = 0; k < mol_natoms[i]; ++k) coord_f2c(&mol_x_s[i][3 * k], &mol_x[i][3 * k]);
     }
     for (int c = 0; c < 3; ++c)

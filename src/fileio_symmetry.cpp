@@ -139,7 +139,8 @@ void FileIO::make_spacegroup_P1(int fractional_flag) {
   }
 
   std::vector<char> removed;
-  const int noverlap = mark_overlapped_atoms(new_xs, removed);
+  const int noverlap = reference_paths ? mark_overlapped_atoms_reference(new_xs, removed)
+                                       : mark_overlapped_atoms(new_xs, removed);
 
   if (noverlap > 0) {
     std::printf("WARNING: Overlapped atoms detected and to be removed\n");

@@ -370,7 +370,10 @@ void Transport::build_neighbor_list(bool read_from_file, bool verbose) {
     std::vector<double> key;
     std::vector<int> idx;
     for (int i = 0; i < nmols_uc; ++i) {
-      search_neighbors(i, rc2, cand, key);
+      if (reference_paths)
+        search_neighbors_reference(i, rc2, cand, key);
+      else
+        search_neighbors(i, rc2, cand, key);
       const int n = static_cast<int>(key.size());
       idx.resize(n);
       for (int k = 0; k < n; ++k) idx[k] = k;

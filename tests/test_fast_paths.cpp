@@ -3,7 +3,12 @@
 // (skewed cells, atoms on faces and special positions, unknown elements, extreme cut-offs).
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <cstdio>
 #include <random>
 #include <stdexcept>
@@ -214,4 +219,50 @@ TEST(FastPaths, RealSupercellGivesReferencePartitionAndNeighbours) {
       EXPECT_EQ(k1, k2) << name << " molecule " << i;
     }
   }
+}
+
+// Whole runs on real crystals, through the same object calls as the utility: the fast paths
+// and the straightforward ones print the same report and write the same site-energy files.
+TEST(FastPaths, WholeRunsGiveIdenticalOutput) {
+  namespace fs = std::filesystem;
+  char dir[] = "/tmp/kavri-whole-XXXXXX";
+  ASSERT_NE(mkdtemp(dir), nullptr);
+  const fs::path home = fs::current_path();
+  fs::current_path(dir);
+  fs::create_directory("data");
+  for (const char* name : {"SE_einternal-h.dat", "SE_einternal-e.dat"}) {
+    std::ofstream t(std::string("data/") + name);
+    t << 64 << "\n";
+    for (int b = 0; b < 64; ++b) {
+      t << 299 << "\n";
+      for (int v = 0; v < 299; ++v) t << (b * 0.37 - v * 1.1) << "\n";
+    }
+  }
+  auto run = [](const std::string& cif, bool reference) {
+    Cell m;
+    m.set_reference_paths(reference);
+    testing::internal::CaptureStdout();
+    m.read_data_cif(cif.c_str(), true);
+    m.struct_source = 2;
+    m.read_crystal_strcuture_files(true, false);
+    m.post_data_read_treatment(true);
+    m.build_neighbor_list(false, true);
+    m.write_site_energies(true);
+    std::string out = testing::internal::GetCapturedStdout();
+    for (const char* f : {"data/EH.dat", "data/EL.dat"}) {
+      std::ifstream in(f);
+      std::stringstream ss;
+      ss << in.rdbuf();
+      out += ss.str();
+    }
+    return out;
+  };
+  for (const char* name : {"anthracene.cif", "nitrothiophene_carbaldehyde.cif",
+                           "tribenzylmethanol_crlf.cif", "tipge_pentacene_p-1.cif",
+                           "hexachlorobenzene.cif"}) {
+    const std::string cif = std::string(KAVRI_TEST_DATA) + "/crystals/" + name;
+    EXPECT_EQ(run(cif, false), run(cif, true)) << name;
+  }
+  fs::current_path(home);
+  fs::remove_all(dir);
 }
