@@ -26,6 +26,7 @@ namespace {
 
 constexpr int kLineBuffer = 255;              // rate-file lines: at most 254 characters
 constexpr int kMaxSamples = 10000000;         // upper bound of tsimu / tsnap
+constexpr double kMaxHopsPerSample = 1e10;    // upper bound of tsnap / (1/K) for every molecule
 constexpr double kBoltzmannMeV = 8.617333262e-2;  // meV/K
 constexpr std::uint64_t kRan2SeedRange = 2147483562ULL;
 
@@ -57,23 +58,15 @@ std::FILE* open_output(const std::string& name) {
   return f;
 }
 
-// The first hop whose running sum exceeds u, for ascending sums: the number of sums not
+// The first hop whose running sum exceeds u: for ascending sums, the number of sums not
 // above u. The table of each molecule is padded with +inf to a multiple of four entries, so
 // the count runs over whole blocks without a data-dependent branch. Hop 0 when no sum
-// exceeds u. Same answer as the scan below whenever the sums ascend.
-inline int first_sum_above_count(const double* cum, int n, double u) {
+// exceeds u, which includes sums of NaN (all rates 0): NaN <= u is false, so they count 0.
+inline int first_sum_above(const double* cum, int n, double u) {
   int c = 0;
   for (int k = 0; k < n; k += 4)
     c += (cum[k] <= u) + (cum[k + 1] <= u) + (cum[k + 2] <= u) + (cum[k + 3] <= u);
   return c >= n ? 0 : c;
-}
-
-// The same by scanning in hop order; used for sums that do not ascend (negative or
-// non-numeric rates).
-inline int first_sum_above_scan(const double* cum, int n, double u) {
-  for (int j = 0; j < n; ++j)
-    if (cum[j] > u) return j;
-  return 0;
 }
 
 // The step count of a sample as a 32-bit signed value (wraps like a 32-bit counter).
@@ -121,8 +114,10 @@ struct SampleArrays {
 // (updating mol and the hop-vector sum D) and returns its time step. A sample is taken when
 // dt >= tsnap - tau with tau already including this dt; it records the step count and time
 // before the hop and the position after it. The loop ends once nrec + 1 samples are taken.
-// The test is written as !(dt < ...) so that a non-numeric time step still samples instead
-// of never reaching the next sample.
+// The test is written as !(dt < ...) so that a non-numeric time step (rates redrawn by
+// dynamic disorder can overflow) still samples instead of never reaching the next sample.
+// For static rates MC_init has checked that every finite dt is large enough for tau to
+// reach tsnap in a bounded number of hops.
 template <class Step>
 long long run_trajectory(Step& step, const double L[3][3], double tsnap, int nrec,
                          bool cartesian_r2, SampleArrays out) {
@@ -165,8 +160,7 @@ struct TableStep {
     const int n = site.nhops;
     if (n >= 1) {
       const int b = site.begin;
-      const int j = site.ascending ? first_sum_above_count(cum + b, n, u)
-                                   : first_sum_above_scan(cum + b, n, u);
+      const int j = first_sum_above(cum + b, n, u);
       const double* d = disp + 3 * static_cast<size_t>(b + j);
       D[0] += d[0];
       D[1] += d[1];
@@ -269,11 +263,23 @@ void Transport::read_MC_w0() {
     }
   }
   std::fclose(f);
+
+  // A negative or non-numeric rate makes the residence time negative or NaN, and time would
+  // never reach the next sample. Checked after the conversion to 1/ns, which can overflow.
+  for (int i = 0; i < nmols_uc; ++i)
+    for (size_t j = 0; j < mc_rates[i].size(); ++j) {
+      const double k = mc_rates[i][j];
+      if (!(k >= 0.0) || !std::isfinite(k))
+        fatal_error("transport", kmc_lines::RATE_VALUE, FatalStream::Err,
+                    format_string("Invalid hopping rate %g 1/ns for molecule %d hop %d in %s!\n",
+                                  k, i + 1, static_cast<int>(j) + 1, name),
+                    1);
+    }
 }
 
 void Transport::MC_build_hop_tables() {
   const int nmol = std::max(nmols_uc, 1);
-  mc_sites.assign(nmol, MCSite{0, 0, 0.0, 1});
+  mc_sites.assign(nmol, MCSite{0, 0, 0.0});
   int total = 0;
   for (int i = 0; i < nmol; ++i) {
     const int n = i < static_cast<int>(mc_rates.size()) ? static_cast<int>(mc_rates[i].size()) : 0;
@@ -290,20 +296,16 @@ void Transport::MC_build_hop_tables() {
     const int n = site.nhops;
     double K = 0.0;
     for (int j = 0; j < n; ++j) K += mc_rates[i][j];
-    site.dt = 1.0 / K;  // a molecule without hops (K = 0) has an infinite residence time
+    site.dt = 1.0 / K;  // K = 0 (no hops, or all rates 0): an infinite residence time
     double sum = 0.0;
-    bool ascending = true;
     for (int j = 0; j < n; ++j) {
       sum += mc_rates[i][j] / K;
-      const double prev = j > 0 ? mc_cum[b + j - 1] : -std::numeric_limits<double>::infinity();
-      if (!(sum >= prev)) ascending = false;  // also false for a non-numeric sum
       mc_cum[b + j] = sum;
       mc_target[b + j] = nei_mol[i][j];
       for (int k = 0; k < 3; ++k)
         mc_disp[3 * static_cast<size_t>(b + j) + k] = nei_disp[i][3 * j + k];
     }
     for (int j = n; j < (n + 3) / 4 * 4; ++j) mc_target[b + j] = i;
-    site.ascending = ascending ? 1 : 0;
   }
 }
 
@@ -342,7 +344,7 @@ void Transport::MC_write_hoprates(const char* name, bool dynamic) const {
       const double k = mc_rates[i][j];
       std::fprintf(f, "%6d %5d %7d %5d %5d %5d %13.6f %14.6e %14.6e", i + 1, j + 1,
                    mc_target[b + j] + 1, nei_a[i][j], nei_b[i][j], nei_c[i][j], dist, k,
-                   dynamic ? k * v_factor * e_factor : k / K);
+                   dynamic ? k * v_factor * e_factor : K > 0.0 ? k / K : 0.0);
       if (!dynamic) std::fprintf(f, " %14.6e", K);
       std::fputc('\n', f);
     }
@@ -386,6 +388,18 @@ void Transport::MC_init() {
                               tsimu, tsnap, kMaxSamples),
                 1);
   mc_nrec = static_cast<int>(samples);
+  // Time advances by the residence time of the molecule left, so a sample needs up to
+  // tsnap / dt hops; a total rate that overflows (dt = 0) or is absurdly fast for tsnap would
+  // never reach it (tau + dt == tau once dt drops below the rounding of tau).
+  for (int i = 0; i < nmols_uc; ++i) {
+    const double dt = mc_sites[i].dt;
+    if (mc_sites[i].nhops >= 1 && tsnap > 0.0 && !(dt * kMaxHopsPerSample >= tsnap))
+      fatal_error("transport", kmc_lines::TIME_STEP, FatalStream::Err,
+                  format_string("Hopping rates of molecule %d too fast for tsnap = %g ns: "
+                                "residence time %g ns, more than %g hops per sample!\n",
+                                i + 1, tsnap, dt, kMaxHopsPerSample),
+                  1);
+  }
   const size_t ns = static_cast<size_t>(mc_nrec) + 1;
   mc_steps.assign(ns, 0);
   mc_time.assign(ns, 0.0);
@@ -408,8 +422,7 @@ int Transport::MC_select_hop(int mol, double u) const {
   if (mol < 0 || mol >= static_cast<int>(mc_sites.size())) return -1;
   const MCSite& site = mc_sites[mol];
   if (site.nhops < 1) return 0;
-  return site.ascending ? first_sum_above_count(&mc_cum[site.begin], site.nhops, u)
-                        : first_sum_above_scan(&mc_cum[site.begin], site.nhops, u);
+  return first_sum_above(&mc_cum[site.begin], site.nhops, u);
 }
 
 // Hops leaving the film are excluded. The film-normal coordinate of hop j's target is taken
