@@ -62,6 +62,9 @@ class FileIO {
   void coord_f2c(const double in[3], double out[3]) const;
   void coord_c2f(double& x, double& y, double& z) const;
   void coord_c2f(const double in[3], double out[3]) const;
+  // Lengths of the rows of the inverse lattice: a Cartesian distance r spans at most
+  // r * row[k] cells along axis k.
+  void inverse_row_lengths(double row[3]) const;
   static void PBC_scaled_x_wrap(double f[3]);
   static void PBC_scaled_disp_wrap(double d[3]);
 

@@ -58,12 +58,8 @@ FileIO::BondGraph FileIO::cif_bond_graph() const {
   const double reach_cart = 2.0 * rmax * bond_dis_scale;
   if (reach_cart > 0.0) {
     double reach[3];
-    for (int k = 0; k < 3; ++k) {
-      const double row = std::sqrt(latt_inv[k][0] * latt_inv[k][0] +
-                                   latt_inv[k][1] * latt_inv[k][1] +
-                                   latt_inv[k][2] * latt_inv[k][2]);
-      reach[k] = std::isfinite(row) ? row * reach_cart : INFINITY;
-    }
+    inverse_row_lengths(reach);
+    for (double& r : reach) r = std::isfinite(r) ? r * reach_cart : INFINITY;
     const fileio_grid::PeriodicGrid grid(x_s, normal, reach);
     for (int i : normal)
       grid.for_each_near(&x_s[3 * i], [&](int j) {
@@ -148,12 +144,8 @@ int FileIO::grow_whole_molecule(int natoms, double* fx, const double* radii) con
   const double reach_cart = 2.0 * rmax * bond_dis_scale;
   if (!(reach_cart > 0.0)) return 1;  // no pair can pass the bond test
   double reach[3];
-  for (int k = 0; k < 3; ++k) {
-    const double row = std::sqrt(latt_inv[k][0] * latt_inv[k][0] +
-                                 latt_inv[k][1] * latt_inv[k][1] +
-                                 latt_inv[k][2] * latt_inv[k][2]);
-    reach[k] = std::isfinite(row) ? row * reach_cart : INFINITY;
-  }
+  inverse_row_lengths(reach);
+  for (double& r : reach) r = std::isfinite(r) ? r * reach_cart : INFINITY;
   const fileio_grid::PeriodicGrid grid(std::vector<double>(fx, fx + 3 * natoms), finite, reach);
 
   // Each free atom remembers the first placed atom (in placing order) it bonds to, directly or

@@ -93,6 +93,12 @@ void FileIO::coord_c2f(double& px, double& py, double& pz) const {
 
 void FileIO::coord_c2f(const double in[3], double out[3]) const { mul3(latt_inv, in, out); }
 
+void FileIO::inverse_row_lengths(double row[3]) const {
+  for (int k = 0; k < 3; ++k)
+    row[k] = std::sqrt(latt_inv[k][0] * latt_inv[k][0] + latt_inv[k][1] * latt_inv[k][1] +
+                       latt_inv[k][2] * latt_inv[k][2]);
+}
+
 void FileIO::PBC_scaled_x_wrap(double f[3]) {
   for (int k = 0; k < 3; ++k) {
     if (f[k] < 0.0)

@@ -57,30 +57,29 @@ EnergyTable SiteEnergy::read_table(const char* name, int line) const {
   return table;
 }
 
-void SiteEnergy::read_SE_einternal(bool verbose) {
+void SiteEnergy::read_carrier_tables(bool verbose, const char* what, const char* hole_file,
+                                     int hole_line, EnergyTable& holes, const char* electron_file,
+                                     int electron_line, EnergyTable& electrons) {
   if (verbose) {
-    std::printf("Reading reorganization internal energies...\n");
+    std::printf("Reading reorganization %s energies...\n", what);
     std::fflush(stdout);
   }
   const char c = carrier_of(chargetype);
-  if (has_holes(c))
-    se_int_h = read_table("SE_einternal-h.dat", siteenergy_lines::EINTERNAL_H_OPEN);
-  if (has_electrons(c))
-    se_int_e = read_table("SE_einternal-e.dat", siteenergy_lines::EINTERNAL_E_OPEN);
+  if (has_holes(c)) holes = read_table(hole_file, hole_line);
+  if (has_electrons(c)) electrons = read_table(electron_file, electron_line);
   if (verbose) std::printf("done.\n");
 }
 
+void SiteEnergy::read_SE_einternal(bool verbose) {
+  read_carrier_tables(verbose, "internal", "SE_einternal-h.dat",
+                      siteenergy_lines::EINTERNAL_H_OPEN, se_int_h, "SE_einternal-e.dat",
+                      siteenergy_lines::EINTERNAL_E_OPEN, se_int_e);
+}
+
 void SiteEnergy::read_SE_emultipole(bool verbose) {
-  if (verbose) {
-    std::printf("Reading reorganization multipole energies...\n");
-    std::fflush(stdout);
-  }
-  const char c = carrier_of(chargetype);
-  if (has_holes(c))
-    se_mp_h = read_table("SE_emultipole-h.dat", siteenergy_lines::EMULTIPOLE_H_OPEN);
-  if (has_electrons(c))
-    se_mp_e = read_table("SE_emultipole-e.dat", siteenergy_lines::EMULTIPOLE_E_OPEN);
-  if (verbose) std::printf("done.\n");
+  read_carrier_tables(verbose, "multipole", "SE_emultipole-h.dat",
+                      siteenergy_lines::EMULTIPOLE_H_OPEN, se_mp_h, "SE_emultipole-e.dat",
+                      siteenergy_lines::EMULTIPOLE_E_OPEN, se_mp_e);
 }
 
 void SiteEnergy::check_table(const EnergyTable& table, const char* name) const {

@@ -37,6 +37,10 @@ class SiteEnergy : public Transport {
 
   // Reads one table file; `line` is the error line reported when it cannot be opened.
   EnergyTable read_table(const char* name, int line) const;
+  // Reads the hole and/or electron table of one kind, as the charge type asks.
+  void read_carrier_tables(bool verbose, const char* what, const char* hole_file, int hole_line,
+                           EnergyTable& holes, const char* electron_file, int electron_line,
+                           EnergyTable& electrons);
   // Ends the run when `table` lacks a block or value that the neighbour list needs.
   void check_table(const EnergyTable& table, const char* name) const;
   void write_carrier(char carrier, const char* name, int line) const;

@@ -150,12 +150,8 @@ void Transport::prepare_bounding_spheres(double rc2) {
   // this reach of each other modulo the cell.
   const double reach = sphere_reach(std::sqrt(rc2), largest_sphere, largest_sphere);
   double frac_reach[3];
-  for (int k = 0; k < 3; ++k) {
-    const double row = std::sqrt(latt_inv[k][0] * latt_inv[k][0] +
-                                 latt_inv[k][1] * latt_inv[k][1] +
-                                 latt_inv[k][2] * latt_inv[k][2]);
-    frac_reach[k] = std::isfinite(row * reach) ? row * reach : INFINITY;
-  }
+  inverse_row_lengths(frac_reach);
+  for (double& r : frac_reach) r = std::isfinite(r * reach) ? r * reach : INFINITY;
   centre_grid = fileio_grid::PeriodicGrid(centres, binned, frac_reach);
 }
 
@@ -283,9 +279,7 @@ void Transport::search_neighbors(int i, double rc2, std::vector<int>& cand,
   const double rc = std::sqrt(rc2);
   const long N[3] = {neighbor_scell[0], neighbor_scell[1], neighbor_scell[2]};
   double inv_row[3];
-  for (int k = 0; k < 3; ++k)
-    inv_row[k] = std::sqrt(latt_inv[k][0] * latt_inv[k][0] + latt_inv[k][1] * latt_inv[k][1] +
-                           latt_inv[k][2] * latt_inv[k][2]);
+  inverse_row_lengths(inv_row);
 
   struct Image {
     long c, b, a;
