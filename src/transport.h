@@ -223,6 +223,7 @@ class Transport : public KavriInp {
     int n[3] = {1, 1, 1};
     std::vector<int> start, order;
     std::vector<double> cart;  // Cartesian positions of the atoms, 3 per atom
+    std::vector<double> box;   // per bin: lowest then highest corner of its atoms, 6 per bin
   };
   std::vector<AtomGrid> atom_grids;
   void build_atom_grid(int j, double rc);

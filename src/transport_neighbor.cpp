@@ -204,7 +204,20 @@ void Transport::build_atom_grid(int j, double rc) {
   for (int b = 0; b < nbins; ++b) g.start[b + 1] += g.start[b];
   g.order.resize(finite_atoms.size());
   std::vector<int> fill(g.start.begin(), g.start.end() - 1);
-  for (int q : finite_atoms) g.order[fill[bin_of(&g.cart[3 * q])]++] = q;
+  g.box.assign(6 * static_cast<size_t>(nbins), 0.0);
+  for (int b = 0; b < nbins; ++b)
+    for (int k = 0; k < 3; ++k) {
+      g.box[6 * b + k] = INFINITY;
+      g.box[6 * b + 3 + k] = -INFINITY;
+    }
+  for (int q : finite_atoms) {
+    const int b = bin_of(&g.cart[3 * q]);
+    g.order[fill[b]++] = q;
+    for (int k = 0; k < 3; ++k) {
+      g.box[6 * b + k] = std::min(g.box[6 * b + k], g.cart[3 * q + k]);
+      g.box[6 * b + 3 + k] = std::max(g.box[6 * b + 3 + k], g.cart[3 * q + k]);
+    }
+  }
 }
 
 bool Transport::within_rcut_grid(int i, int j, const int shift[3], double rc2, double* dsq) {
@@ -247,6 +260,15 @@ bool Transport::within_rcut_grid(int i, int j, const int shift[3], double rc2, d
       for (int y = lo[1]; y <= hi[1]; ++y)
         for (int z = lo[2]; z <= hi[2]; ++z) {
           const int b = (x * g.n[1] + y) * g.n[2] + z;
+          // A bin whose atoms all lie beyond the reach of this atom is passed over.
+          double gap2 = 0.0;
+          for (int k = 0; k < 3; ++k) {
+            const double below = g.box[6 * b + k] - q_point[k];
+            const double above = q_point[k] - g.box[6 * b + 3 + k];
+            const double gap = std::max({below, above, 0.0});
+            gap2 += gap * gap;
+          }
+          if (gap2 > r * r) continue;
           for (int t = g.start[b]; t < g.start[b + 1]; ++t) {
             const int q = g.order[t];
             if (first >= 0 && q > first) continue;
