@@ -200,15 +200,6 @@ class FileIO {
   // block reader with its CTAB nesting depth.
   bool mol_slot_ok(int slot) const;
   bool read_v3000_blocks(std::istream& in, int slot, bool verbose, int depth);
-  // Bonds of the expanded cell by the cell-partition criterion, from a periodic grid. Atoms of
-  // unknown element inside the cell that reach every other atom there are listed apart
-  // (`universal`) with their bonds to the atoms inside the cell (`in_cell`) implied.
-  struct BondGraph {
-    std::vector<std::vector<int>> adj;
-    std::vector<int> universal;
-    std::vector<char> in_cell;
-  };
-  BondGraph cif_bond_graph() const;
   void print_partition(bool verbose) const;
   // Whole molecules: radii, growth from atom 0 (fast and reference; both return the number of
   // atoms placed and move atoms to the bonded images), then the warning, centre and shift.

@@ -1,6 +1,6 @@
-// Fast cell partition: the bond graph of the expanded cell from a periodic grid in fractional
-// space, then molecule growth that always takes the lowest-index free atom bonded to the
-// molecule, which is exactly the order of the straightforward bond search.
+// Fast cell partition and whole-molecule growth: bonded atoms are found through a periodic
+// grid in fractional space as the molecule grows, and the lowest-index free atom bonded to the
+// molecule always joins next, which is exactly the order of the straightforward bond search.
 #include <algorithm>
 #include <cmath>
 #include <functional>
@@ -22,109 +22,112 @@ bool finite3(const double* f) {
 
 }  // namespace
 
-FileIO::BondGraph FileIO::cif_bond_graph() const {
-  const int n = natoms_cif;
-  BondGraph g;
-  g.adj.resize(n);
-  g.in_cell.assign(n, 0);
-  std::vector<int> normal, big, outside;
-  double rmax = 0.0, rmin = INFINITY;
-  for (int i = 0; i < n; ++i) {
-    const double* f = &x_s[3 * i];
-    if (!finite3(f)) continue;  // a non-finite position bonds to nothing
-    g.in_cell[i] = f[0] >= 0.0 && f[0] <= 1.0 && f[1] >= 0.0 && f[1] <= 1.0 && f[2] >= 0.0 &&
-                   f[2] <= 1.0;
-    if (!g.in_cell[i]) outside.push_back(i);
-    rmin = std::min(rmin, radius[i]);
-    if (radius[i] >= BIG_RADIUS || !std::isfinite(radius[i])) {
-      big.push_back(i);
-    } else {
-      normal.push_back(i);
-      rmax = std::max(rmax, radius[i]);
-    }
-  }
-  auto test = [&](int i, int j) {
-    double d[3];
-    for (int c = 0; c < 3; ++c) d[c] = x_s[3 * j + c] - x_s[3 * i + c];
-    PBC_scaled_disp_wrap(d);
-    double dist;
-    if (bonded(d, radius[i], radius[j], dist)) {
-      g.adj[i].push_back(j);
-      g.adj[j].push_back(i);
-    }
-  };
-
-  // Reach in fractional units of the longest possible bond along each axis.
-  const double reach_cart = 2.0 * rmax * bond_dis_scale;
-  if (reach_cart > 0.0) {
-    double reach[3];
-    inverse_row_lengths(reach);
-    for (double& r : reach) r = std::isfinite(r) ? r * reach_cart : INFINITY;
-    const fileio_grid::PeriodicGrid grid(x_s, normal, reach);
-    for (int i : normal)
-      grid.for_each_near(&x_s[3 * i], [&](int j) {
-        if (j > i) test(i, j);
-      });
-  }
-
-  // An atom of unknown element inside the cell whose radius reaches across any minimum-image
-  // displacement bonds to every atom inside the cell: those bonds are implied, not listed.
-  double dmax = 0.0;
-  for (int k = 0; k < 3; ++k)
-    dmax += 0.5 * std::sqrt(latt[0][k] * latt[0][k] + latt[1][k] * latt[1][k] +
-                            latt[2][k] * latt[2][k]);
-  std::vector<int> others;  // big atoms that list their bonds
-  for (int i : big) {
-    const bool universal = g.in_cell[i] && std::isfinite(dmax) &&
-                           (radius[i] + rmin) * bond_dis_scale > dmax * (1.0 + 1e-6) + 1e-9;
-    if (universal)
-      g.universal.push_back(i);
-    else
-      others.push_back(i);
-  }
-  for (int i : g.universal)
-    for (int j : outside) test(i, j);
-  for (size_t b = 0; b < others.size(); ++b) {
-    const int i = others[b];
-    for (int j : normal) test(i, j);
-    for (size_t c = b + 1; c < others.size(); ++c) test(i, others[c]);
-  }
-  return g;
-}
-
 void FileIO::separate_cif_molecules(bool verbose) {
   cif_mol_natoms.clear();
   cif_mol_atoms.clear();
   const int n = natoms_cif;
-  const BondGraph g = cif_bond_graph();
-  std::vector<char> assigned(n, 0);
-  std::priority_queue<int, std::vector<int>, std::greater<int>> frontier;
+  enum Kind : char { NONFINITE, NORMAL, BIG, UNIVERSAL };
+  std::vector<char> kind(n, NONFINITE), in_cell(n, 0);
+  std::vector<int> normal, bigs, universal, outside;
+  double rmax = 0.0, rmin = INFINITY;
+  for (int i = 0; i < n; ++i) {
+    const double* f = &x_s[3 * i];
+    if (!finite3(f)) continue;  // a non-finite position bonds to nothing
+    in_cell[i] = f[0] >= 0.0 && f[0] <= 1.0 && f[1] >= 0.0 && f[1] <= 1.0 && f[2] >= 0.0 &&
+                 f[2] <= 1.0;
+    if (!in_cell[i]) outside.push_back(i);
+    rmin = std::min(rmin, radius[i]);
+    if (radius[i] >= BIG_RADIUS || !std::isfinite(radius[i])) {
+      kind[i] = BIG;
+    } else {
+      kind[i] = NORMAL;
+      normal.push_back(i);
+      rmax = std::max(rmax, radius[i]);
+    }
+  }
+  // An atom of unknown element inside the cell whose radius reaches across any minimum-image
+  // displacement bonds to every atom inside the cell: those bonds need no test.
+  double dmax = 0.0;
+  for (int k = 0; k < 3; ++k)
+    dmax += 0.5 * std::sqrt(latt[0][k] * latt[0][k] + latt[1][k] * latt[1][k] +
+                            latt[2][k] * latt[2][k]);
+  for (int i = 0; i < n; ++i) {
+    if (kind[i] != BIG) continue;
+    if (in_cell[i] && std::isfinite(dmax) &&
+        (radius[i] + rmin) * bond_dis_scale > dmax * (1.0 + 1e-6) + 1e-9) {
+      kind[i] = UNIVERSAL;
+      universal.push_back(i);
+    } else {
+      bigs.push_back(i);
+    }
+  }
+
+  // Normal atoms are found through a grid sized by the longest possible bond along each axis.
+  const double reach_cart = 2.0 * rmax * bond_dis_scale;
+  const bool normal_bonds = reach_cart > 0.0;
+  double reach[3];
+  inverse_row_lengths(reach);
+  for (double& r : reach) r = std::isfinite(r) && normal_bonds ? r * reach_cart : INFINITY;
+  fileio_grid::RemovableGrid grid(x_s, normal, reach, n);
+
+  // Growth: when an atom joins, every not yet queued atom bonded to it is queued (and taken
+  // out of the search); the lowest-index queued atom joins next, which is the order of the
+  // straightforward search, whose bond test is symmetric.
+  std::vector<char> queued(n, 0);
+  std::priority_queue<int, std::vector<int>, std::greater<int>> ready;
+  std::vector<int> found;
+  auto bonds = [&](int i, int j) {
+    double d[3];
+    for (int c = 0; c < 3; ++c) d[c] = x_s[3 * j + c] - x_s[3 * i + c];
+    PBC_scaled_disp_wrap(d);
+    double dist;
+    return bonded(d, radius[i], radius[j], dist);
+  };
+  auto queue = [&](int q) {
+    if (queued[q]) return;
+    queued[q] = 1;
+    grid.remove(q);
+    ready.push(q);
+  };
+  auto test_into_found = [&](int a, int q) {
+    if (!queued[q] && bonds(a, q)) found.push_back(q);
+  };
   bool cell_pushed = false, universal_pushed = false;
+  auto join = [&](int a) {
+    found.clear();
+    if (kind[a] == NORMAL && normal_bonds)
+      grid.for_each_near(&x_s[3 * a], [&](int q) { test_into_found(a, q); });
+    if (kind[a] == BIG) grid.for_each([&](int q) { test_into_found(a, q); });
+    if (kind[a] == NORMAL || kind[a] == BIG)
+      for (int q : bigs) test_into_found(a, q);
+    if (kind[a] != NONFINITE && !in_cell[a])
+      for (int u : universal) test_into_found(a, u);
+    if (kind[a] == UNIVERSAL) {
+      for (int q : outside) test_into_found(a, q);
+      if (!cell_pushed) {
+        cell_pushed = true;
+        for (int q = 0; q < n; ++q)
+          if (in_cell[q]) found.push_back(q);
+      }
+    }
+    if (in_cell[a] && !universal_pushed && !universal.empty()) {
+      universal_pushed = true;
+      found.insert(found.end(), universal.begin(), universal.end());
+    }
+    for (int q : found) queue(q);
+  };
+
   int seed = 0;
   int placed = 0;
   while (placed < n) {
-    while (assigned[seed]) ++seed;
+    while (queued[seed]) ++seed;
     const size_t first = cif_mol_atoms.size();
-    frontier.push(seed);
-    while (!frontier.empty()) {
-      const int a = frontier.top();
-      frontier.pop();
-      if (assigned[a]) continue;
-      assigned[a] = 1;
+    queue(seed);
+    while (!ready.empty()) {
+      const int a = ready.top();
+      ready.pop();
       cif_mol_atoms.push_back(a);
-      for (int b : g.adj[a])
-        if (!assigned[b]) frontier.push(b);
-      const bool is_universal = std::binary_search(g.universal.begin(), g.universal.end(), a);
-      if (is_universal && !cell_pushed) {
-        cell_pushed = true;
-        for (int b = 0; b < n; ++b)
-          if (g.in_cell[b] && !assigned[b]) frontier.push(b);
-      }
-      if (g.in_cell[a] && !universal_pushed && !g.universal.empty()) {
-        universal_pushed = true;
-        for (int u : g.universal)
-          if (!assigned[u]) frontier.push(u);
-      }
+      join(a);
     }
     const int size = static_cast<int>(cif_mol_atoms.size() - first);
     cif_mol_natoms.push_back(size);
@@ -146,7 +149,8 @@ int FileIO::grow_whole_molecule(int natoms, double* fx, const double* radii) con
   double reach[3];
   inverse_row_lengths(reach);
   for (double& r : reach) r = std::isfinite(r) ? r * reach_cart : INFINITY;
-  const fileio_grid::PeriodicGrid grid(std::vector<double>(fx, fx + 3 * natoms), finite, reach);
+  fileio_grid::RemovableGrid grid(std::vector<double>(fx, fx + 3 * natoms), finite, reach,
+                                  natoms);
 
   // Each free atom remembers the first placed atom (in placing order) it bonds to, directly or
   // through the minimum image; the lowest-index such atom is placed next, next to that partner.
@@ -161,17 +165,22 @@ int FileIO::grow_whole_molecule(int natoms, double* fx, const double* radii) con
     for (int c = 0; c < 3; ++c) d[c] = reduce_to_half_cell(d[c]);
     return bonded(d, radii[i], radii[j], dist) ? 2 : 0;
   };
+  std::vector<int> found;
   auto place = [&](int j) {
     placed[j] = 1;
+    grid.remove(j);
     ++count;
     if (!finite3(&fx[3 * j])) return;
+    found.clear();
     grid.for_each_near(&fx[3 * j], [&](int i) {
       double d[3];
-      if (!placed[i] && partner[i] < 0 && bonds(i, j, d)) {
-        partner[i] = j;
-        ready.push(i);
-      }
+      if (!placed[i] && partner[i] < 0 && bonds(i, j, d)) found.push_back(i);
     });
+    for (int i : found) {
+      partner[i] = j;
+      grid.remove(i);  // its first partner is known: it need not be found again
+      ready.push(i);
+    }
   };
   place(0);
   while (!ready.empty()) {

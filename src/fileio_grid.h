@@ -73,4 +73,62 @@ struct PeriodicGrid {
   }
 };
 
+// The same bins, from which atoms can be taken out once they need not be found again, so that
+// a dense cluster is scanned once rather than once per atom.
+struct RemovableGrid {
+  PeriodicGrid shape;
+  std::vector<std::vector<int>> bins;
+  std::vector<int> bin_of, slot;  // per atom: its bin (-1 when not in the grid), its place there
+
+  RemovableGrid(const std::vector<double>& frac, const std::vector<int>& atoms,
+                const double reach[3], int natoms)
+      : shape(frac, atoms, reach), bin_of(natoms, -1), slot(natoms, -1) {
+    bins.resize(shape.start.size() - 1);
+    for (size_t b = 0; b + 1 < shape.start.size(); ++b)
+      for (int q = shape.start[b]; q < shape.start[b + 1]; ++q) {
+        const int a = shape.order[q];
+        bin_of[a] = static_cast<int>(b);
+        slot[a] = static_cast<int>(bins[b].size());
+        bins[b].push_back(a);
+      }
+  }
+
+  void remove(int a) {
+    const int b = bin_of[a];
+    if (b < 0) return;
+    std::vector<int>& bin = bins[b];
+    const int last = bin.back();
+    bin[slot[a]] = last;
+    slot[last] = slot[a];
+    bin.pop_back();
+    bin_of[a] = slot[a] = -1;
+  }
+
+  // Calls visit(j) for every atom still in the bins adjacent (periodically) to position f.
+  template <class Visit>
+  void for_each_near(const double* f, Visit visit) const {
+    int cells[3][3], count[3];
+    for (int k = 0; k < 3; ++k) {
+      const int c = shape.cell_index(f[k], k);
+      count[k] = 0;
+      for (int o = -1; o <= 1; ++o) {
+        const int v = ((c + o) % shape.n[k] + shape.n[k]) % shape.n[k];
+        if (std::find(cells[k], cells[k] + count[k], v) == cells[k] + count[k])
+          cells[k][count[k]++] = v;
+      }
+    }
+    for (int x = 0; x < count[0]; ++x)
+      for (int y = 0; y < count[1]; ++y)
+        for (int z = 0; z < count[2]; ++z)
+          for (int a : bins[(cells[0][x] * shape.n[1] + cells[1][y]) * shape.n[2] + cells[2][z]])
+            visit(a);
+  }
+
+  template <class Visit>
+  void for_each(Visit visit) const {
+    for (const std::vector<int>& bin : bins)
+      for (int a : bin) visit(a);
+  }
+};
+
 }  // namespace fileio_grid
