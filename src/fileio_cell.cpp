@@ -73,22 +73,23 @@ static void mul3(const double m[3][3], const double in[3], double out[3]) {
   for (int k = 0; k < 3; ++k) out[k] = m[k][0] * v0 + m[k][1] * v1 + m[k][2] * v2;
 }
 
-void FileIO::coord_f2c(double& px, double& py, double& pz) const {
+// The three-reference form: x, y and z are updated from their values before the call.
+static void mul3_in_place(const double m[3][3], double& px, double& py, double& pz) {
   double v[3] = {px, py, pz};
-  mul3(latt, v, v);
+  mul3(m, v, v);
   px = v[0];
   py = v[1];
   pz = v[2];
 }
 
+void FileIO::coord_f2c(double& px, double& py, double& pz) const {
+  mul3_in_place(latt, px, py, pz);
+}
+
 void FileIO::coord_f2c(const double in[3], double out[3]) const { mul3(latt, in, out); }
 
 void FileIO::coord_c2f(double& px, double& py, double& pz) const {
-  double v[3] = {px, py, pz};
-  mul3(latt_inv, v, v);
-  px = v[0];
-  py = v[1];
-  pz = v[2];
+  mul3_in_place(latt_inv, px, py, pz);
 }
 
 void FileIO::coord_c2f(const double in[3], double out[3]) const { mul3(latt_inv, in, out); }

@@ -64,6 +64,30 @@ int find_column(const LoopHeaders& h, const char* tag) {
               -1);
 }
 
+// The five required columns of an atom-site or bond loop, and the reading of one row into the
+// five text lists; a row shorter than the columns need ends the run.
+struct FiveColumns {
+  int col[5] = {0, 0, 0, 0, 0};
+  int needed = 5;
+
+  bool find(const LoopHeaders& h, const char* const tags[5]) {
+    for (int c = 0; c < 5; ++c) {
+      col[c] = find_column(h, tags[c]);
+      if (!col[c]) return false;
+      needed = std::max(needed, col[c]);
+    }
+    return true;
+  }
+
+  void append(const std::string& row, int error_line, std::vector<std::string>* lists[5]) {
+    tokenize(tok, row.c_str(), " \t\r\n");
+    if (static_cast<int>(tok.size()) < needed) not_enough_columns(error_line, row, needed);
+    for (int c = 0; c < 5; ++c) lists[c]->push_back(tok[col[c] - 1]);
+  }
+
+  std::vector<std::string> tok;
+};
+
 }  // namespace
 
 std::string FileIO::get_cif_atom_symbol(int i) const {
@@ -220,56 +244,37 @@ size_t FileIO::scan_cif_loop(const std::vector<std::string>& lines, size_t first
   }
 
   if (contains(header, "_atom_site")) {
-    const int col_label = find_column(h, "_atom_site_label");
-    const int col_symbol = find_column(h, "_atom_site_type_symbol");
-    const int col_x = find_column(h, "_atom_site_fract_x");
-    const int col_y = find_column(h, "_atom_site_fract_y");
-    const int col_z = find_column(h, "_atom_site_fract_z");
-    if (!col_label || !col_symbol || !col_x || !col_y || !col_z) return h.first_row;
-    int needed = 5;
-    for (int c : {col_label, col_symbol, col_x, col_y, col_z}) needed = std::max(needed, c);
-
+    static const char* const tags[5] = {"_atom_site_label", "_atom_site_type_symbol",
+                                        "_atom_site_fract_x", "_atom_site_fract_y",
+                                        "_atom_site_fract_z"};
+    FiveColumns cols;
+    if (!cols.find(h, tags)) return h.first_row;
     atoms_read = true;  // the atom-site loop ends the scan for good
-    std::vector<std::string> tok;
+    std::vector<std::string>* lists[5] = {&atom_labels, &atom_symbols, &atom_fx, &atom_fy,
+                                          &atom_fz};
     for (size_t k = h.first_row; k < lines.size(); ++k) {
       std::string row = lines[k];
       trim(row);
       if (row.empty() || row[0] == '#' || row[0] == ';' || starts_with(row, "loop_")) break;
-      tokenize(tok, row.c_str(), " \t\r\n");
-      if (static_cast<int>(tok.size()) < needed)
-        not_enough_columns(fileio_lines::CIF_ATOM_COLUMNS, row, needed);
-      atom_labels.push_back(tok[col_label - 1]);
-      atom_symbols.push_back(tok[col_symbol - 1]);
-      atom_fx.push_back(tok[col_x - 1]);
-      atom_fy.push_back(tok[col_y - 1]);
-      atom_fz.push_back(tok[col_z - 1]);
+      cols.append(row, fileio_lines::CIF_ATOM_COLUMNS, lists);
     }
     return lines.size();
   }
 
   if (contains(header, "_geom_bond") || contains(header, "_ccdc_geom")) {
-    const int c1 = find_column(h, "_geom_bond_atom_site_label_1");
-    const int c2 = find_column(h, "_geom_bond_atom_site_label_2");
-    const int cd = find_column(h, "_geom_bond_distance");
-    const int cs = find_column(h, "_geom_bond_site_symmetry_2");
-    const int ct = find_column(h, "_ccdc_geom_bond_type");
-    if (!c1 || !c2 || !cd || !cs || !ct) return h.first_row;
-    int needed = 5;
-    for (int c : {c1, c2, cd, cs, ct}) needed = std::max(needed, c);
-    std::vector<std::string> tok;
+    static const char* const tags[5] = {"_geom_bond_atom_site_label_1",
+                                        "_geom_bond_atom_site_label_2", "_geom_bond_distance",
+                                        "_geom_bond_site_symmetry_2", "_ccdc_geom_bond_type"};
+    FiveColumns cols;
+    if (!cols.find(h, tags)) return h.first_row;
+    std::vector<std::string>* lists[5] = {&bond_label1, &bond_label2, &bond_distance,
+                                          &bond_symm2, &bond_type};
     size_t k = h.first_row;
     for (; k < lines.size(); ++k) {
       std::string row = lines[k];
       trim(row);
       if (starts_with(row, "loop_")) break;  // the main scan resumes at this line
-      tokenize(tok, row.c_str(), " \t\r\n");
-      if (static_cast<int>(tok.size()) < needed)
-        not_enough_columns(fileio_lines::CIF_BOND_COLUMNS, row, needed);
-      bond_label1.push_back(tok[c1 - 1]);
-      bond_label2.push_back(tok[c2 - 1]);
-      bond_distance.push_back(tok[cd - 1]);
-      bond_symm2.push_back(tok[cs - 1]);
-      bond_type.push_back(tok[ct - 1]);
+      cols.append(row, fileio_lines::CIF_BOND_COLUMNS, lists);
     }
     return k;
   }
