@@ -65,6 +65,10 @@ class FileIO {
   // Lengths of the rows of the inverse lattice: a Cartesian distance r spans at most
   // r * row[k] cells along axis k.
   void inverse_row_lengths(double row[3]) const;
+  // Fractional reach per axis of the bond-search grid over `atoms`: any bonded pair (bond
+  // length below reach_cart) lies within it, round-off included.
+  void bond_grid_reach(double reach_cart, const std::vector<double>& frac,
+                       const std::vector<int>& atoms, double reach[3]) const;
   static void PBC_scaled_x_wrap(double f[3]);
   static void PBC_scaled_disp_wrap(double d[3]);
 

@@ -9,6 +9,7 @@
 
 #include "fileio.h"
 #include "fileio_grid.h"
+#include "search_margin.h"
 #include "util.h"
 
 namespace {
@@ -21,6 +22,23 @@ bool finite3(const double* f) {
 }
 
 }  // namespace
+
+void FileIO::bond_grid_reach(double reach_cart, const std::vector<double>& frac,
+                             const std::vector<int>& atoms, double reach[3]) const {
+  // A bonded pair's minimum-image displacement d has |L d| below reach_cart, so along axis k
+  // |d_k| <= |row k of L^-1| |L d|; d is a difference of stored positions wrapped by one
+  // cell, which bounds its absolute round-off.
+  double magnitude = 1.0;
+  for (int a : atoms)
+    for (int k = 0; k < 3; ++k)
+      magnitude = std::max(magnitude, 2.0 * std::fabs(frac[3 * a + k]));
+  const double condition = search_margin::lattice_condition(latt, latt_inv);
+  inverse_row_lengths(reach);
+  for (int k = 0; k < 3; ++k) {
+    const double r = search_margin::widened(reach[k] * reach_cart, condition, magnitude);
+    reach[k] = std::isfinite(r) && reach_cart > 0.0 ? r : INFINITY;
+  }
+}
 
 void FileIO::separate_cif_molecules(bool verbose) {
   cif_mol_natoms.clear();
@@ -54,7 +72,7 @@ void FileIO::separate_cif_molecules(bool verbose) {
   for (int i = 0; i < n; ++i) {
     if (kind[i] != BIG) continue;
     if (in_cell[i] && std::isfinite(dmax) &&
-        (radius[i] + rmin) * bond_dis_scale > dmax * (1.0 + 1e-6) + 1e-9) {
+        (radius[i] + rmin) * bond_dis_scale > search_margin::widened(dmax, 1.0, dmax)) {
       kind[i] = UNIVERSAL;
       universal.push_back(i);
     } else {
@@ -66,8 +84,7 @@ void FileIO::separate_cif_molecules(bool verbose) {
   const double reach_cart = 2.0 * rmax * bond_dis_scale;
   const bool normal_bonds = reach_cart > 0.0;
   double reach[3];
-  inverse_row_lengths(reach);
-  for (double& r : reach) r = std::isfinite(r) && normal_bonds ? r * reach_cart : INFINITY;
+  bond_grid_reach(reach_cart, x_s, normal, reach);
   fileio_grid::RemovableGrid grid(x_s, normal, reach, n);
 
   // Growth: when an atom joins, every not yet queued atom bonded to it is queued (and taken
@@ -146,11 +163,10 @@ int FileIO::grow_whole_molecule(int natoms, double* fx, const double* radii) con
     }
   const double reach_cart = 2.0 * rmax * bond_dis_scale;
   if (!(reach_cart > 0.0)) return 1;  // no pair can pass the bond test
+  std::vector<double> positions(fx, fx + 3 * natoms);
   double reach[3];
-  inverse_row_lengths(reach);
-  for (double& r : reach) r = std::isfinite(r) ? r * reach_cart : INFINITY;
-  fileio_grid::RemovableGrid grid(std::vector<double>(fx, fx + 3 * natoms), finite, reach,
-                                  natoms);
+  bond_grid_reach(reach_cart, positions, finite, reach);
+  fileio_grid::RemovableGrid grid(positions, finite, reach, natoms);
 
   // Each free atom remembers the first placed atom (in placing order) it bonds to, directly or
   // through the minimum image; the lowest-index such atom is placed next, next to that partner.

@@ -11,6 +11,9 @@ constexpr int MAX_GRID = 256;
 
 // Periodic grid of fractional positions: cells per axis chosen so that any two positions
 // closer than `reach[k]` along axis k (modulo one cell) lie in the same or adjacent bins.
+// `reach` already holds the round-off margin of the test it serves (search_margin.h), and
+// that margin covers the binning's own rounding (one u per axis), so a bin is never
+// narrower than the reach.
 struct PeriodicGrid {
   int n[3] = {1, 1, 1};
   std::vector<int> start;  // bin b holds order[start[b] .. start[b+1])
@@ -21,7 +24,7 @@ struct PeriodicGrid {
                const double reach[3]) {
     const double total_limit = 4.0 * static_cast<double>(atoms.size()) + 64.0;
     for (int k = 0; k < 3; ++k) {
-      const double w = reach[k] * 1.001 + 1e-9;
+      const double w = reach[k];
       double cells = w > 0.0 && std::isfinite(w) ? std::floor(1.0 / w) : 1.0;
       n[k] = static_cast<int>(std::clamp(cells, 1.0, static_cast<double>(MAX_GRID)));
     }

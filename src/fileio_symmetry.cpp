@@ -12,6 +12,7 @@
 
 #include "fileio.h"
 #include "fileio_grid.h"
+#include "search_margin.h"
 #include "util.h"
 
 namespace {
@@ -215,11 +216,18 @@ int FileIO::mark_overlapped_atoms(const std::vector<double>& frac,
   removed.assign(total, 0);
   // Positions that are not finite never coincide with anything: leave them out of the grid.
   std::vector<int> binned;
+  double magnitude = 1.0;  // the wrap adds or takes one cell
   for (size_t i = 0; i < total; ++i)
     if (std::isfinite(frac[3 * i]) && std::isfinite(frac[3 * i + 1]) &&
-        std::isfinite(frac[3 * i + 2]))
+        std::isfinite(frac[3 * i + 2])) {
       binned.push_back(static_cast<int>(i));
-  const double reach[3] = {0.01, 0.01, 0.01};
+      for (int k = 0; k < 3; ++k)
+        magnitude = std::max(magnitude, 2.0 * std::fabs(frac[3 * i + k]));
+    }
+  // Two positions coincide when their squared minimum-image distance is below the tolerance,
+  // so along each axis they lie closer than its square root (no lattice is involved).
+  const double along = search_margin::widened(std::sqrt(OVERLAP_TOLERANCE_SQ), 1.0, magnitude);
+  const double reach[3] = {along, along, along};
   const fileio_grid::PeriodicGrid grid(frac, binned, reach);
   int count = 0;
   std::vector<int> hits;

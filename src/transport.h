@@ -208,7 +208,11 @@ class Transport : public KavriInp {
     bool any;          // false when the molecule has no atom with finite coordinates
   };
   std::vector<BoundingSphere> spheres;
-  double coordinate_scale = 0.0;  // largest Cartesian coordinate magnitude, for round-off bounds
+  // Round-off bounds of the contact tests (search_margin.h): the lattice's condition number,
+  // and a bound on the Cartesian magnitudes entering them (atom positions, each through the
+  // absolute values of the lattice, and the farthest image shift).
+  double lattice_kappa = 1.0;
+  double coordinate_scale = 0.0;
   double largest_sphere = 0.0;
   fileio_grid::PeriodicGrid centre_grid;  // molecule centres, binned for the cut-off reach
   void prepare_bounding_spheres(double rc2);
@@ -234,7 +238,7 @@ class Transport : public KavriInp {
   long contact_grid_threshold = 2048;
 
  private:
-  // Reach of the contact test between two spheres, with a margin far above its round-off.
+  // Reach of the contact test between two spheres, widened by its round-off.
   double sphere_reach(double rc, double ri, double rj) const;
   void add_candidate(int i, int j, int a, int b, int c, std::vector<int>& cand,
                      std::vector<double>& key) const;

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "search_margin.h"
 #include "transport.h"
 #include "util.h"
 
@@ -136,6 +137,17 @@ void Transport::prepare_bounding_spheres(double rc2) {
     }
     s.any = std::isfinite(s.radius);
   }
+  lattice_kappa = search_margin::lattice_condition(latt, latt_inv);
+  double lattice_norm = 0.0;
+  for (int r = 0; r < 3; ++r)
+    lattice_norm = std::max(lattice_norm, std::sqrt(latt[r][0] * latt[r][0] +
+                                                    latt[r][1] * latt[r][1] +
+                                                    latt[r][2] * latt[r][2]));
+  double farthest_shift = 1.0;
+  for (int k = 0; k < 3; ++k)
+    farthest_shift =
+        std::max(farthest_shift, 1.0 + std::fabs(static_cast<double>(neighbor_scell[k])));
+  coordinate_scale = coordinate_scale * lattice_kappa + 3.0 * lattice_norm * farthest_shift;
   atom_grids.assign(nmols_uc, AtomGrid());
   largest_sphere = 0.0;
   std::vector<double> centres(3 * static_cast<size_t>(nmols_uc), 0.0);
@@ -149,14 +161,23 @@ void Transport::prepare_bounding_spheres(double rc2) {
   // Two molecules can only be in contact through some image when their centres lie within
   // this reach of each other modulo the cell.
   const double reach = sphere_reach(std::sqrt(rc2), largest_sphere, largest_sphere);
+  // Along axis k the centres then differ by at most |row k of L^-1| times that reach; the
+  // centres are binned by their fractional parts.
+  double centre_magnitude = 1.0;
+  for (int i : binned)
+    for (int k = 0; k < 3; ++k)
+      centre_magnitude = std::max(centre_magnitude, 2.0 * std::fabs(centres[3 * i + k]));
   double frac_reach[3];
   inverse_row_lengths(frac_reach);
-  for (double& r : frac_reach) r = std::isfinite(r * reach) ? r * reach : INFINITY;
+  for (double& r : frac_reach) {
+    r = search_margin::widened(r * reach, lattice_kappa, centre_magnitude);
+    if (!std::isfinite(r)) r = INFINITY;
+  }
   centre_grid = fileio_grid::PeriodicGrid(centres, binned, frac_reach);
 }
 
 double Transport::sphere_reach(double rc, double ri, double rj) const {
-  return (rc + ri + rj) * (1.0 + 1e-9) + 1e-6 + 1e-12 * coordinate_scale;
+  return search_margin::widened(rc + ri + rj, lattice_kappa, coordinate_scale);
 }
 
 void Transport::build_atom_grid(int j, double rc) {
@@ -240,7 +261,9 @@ bool Transport::within_rcut_grid(int i, int j, const int shift[3], double rc2, d
     const double scale = std::max({std::fabs(q_point[0]), std::fabs(q_point[1]),
                                    std::fabs(q_point[2]), std::fabs(g.origin[0]),
                                    std::fabs(g.origin[1]), std::fabs(g.origin[2])}) + g.extent;
-    const double r = rc + 1e-6 + 1e-10 * scale;
+    // Bins hold products L f of single positions, the contact test a product of their
+    // difference: the two differ by the round-off of products of size |L| |f| <= kappa |L f|.
+    const double r = search_margin::widened(rc, lattice_kappa, lattice_kappa * scale);
     int lo[3], hi[3];
     bool outside = false;
     for (int k = 0; k < 3; ++k) {
@@ -320,7 +343,8 @@ void Transport::search_neighbors(int i, double rc2, std::vector<int>& cand,
     long lo[3], hi[3];
     bool empty = false;
     for (int k = 0; k < 3; ++k) {
-      const double span = inv_row[k] * reach * 1.001 + 1e-9;
+      const double span = search_margin::widened(
+          inv_row[k] * reach, lattice_kappa, std::fabs(v[k]) + static_cast<double>(N[k]) + 1.0);
       const double first = std::ceil(-v[k] - span), last = std::floor(-v[k] + span);
       lo[k] = first <= -static_cast<double>(N[k]) ? -N[k]
               : first > static_cast<double>(N[k]) ? N[k] + 1 : static_cast<long>(first);

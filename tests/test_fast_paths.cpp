@@ -186,6 +186,84 @@ TEST(FastPaths, PartitionAndNeighboursMatchOnGeneratedCells) {
   }
 }
 
+// The round-off margins of the fast searches, where they are tight: cells whose search bins
+// are exactly as wide as the reach allows (one axis N bins of just over the reach), pairs
+// placed just inside the reach of the exact test and swept across bin boundaries, and
+// contacts collinear with the molecule centres, so that the triangle-inequality bound meets
+// the reach. A reach narrower than the exact one, in the grids or the sphere bound, loses
+// pairs here and the fast results leave the straightforward ones.
+TEST(FastPaths, MarginsHoldWhereBinsAreAsNarrowAsTheReach) {
+  Cell probe;
+  const double rC = probe.find_element_radius_from_name("C");
+  const double scale = 1.15, bond_reach = 2.0 * rC * scale, inside = 1.0 - 1e-9;
+  for (int n : {10, 23, 40, 60}) {
+    // Bond partition and whole molecules: one C-C pair at the longest bond, bond grid of n
+    // bins along a.
+    for (int sweep = 0; sweep < 120; ++sweep) {
+      Cell ref, fast;
+      const double a = n * bond_reach * (1.0 + 1e-12);
+      const double p[6] = {a, 1.5 * bond_reach, 1.5 * bond_reach, 90.0, 90.0, 90.0};
+      for (Cell* c : {&ref, &fast}) {
+        c->set_cell(p);
+        c->set_bond_dis_scale(scale);
+        const double x0 = (sweep + 0.37) / 120.0;
+        c->atypes = {6, 6};
+        c->radius = {rC, rC};
+        c->x_s = {x0, 0.3, 0.3, x0 + bond_reach * inside / a, 0.3, 0.3};
+        c->natoms_cif = 2;
+        c->x.assign(6, 0.0);
+      }
+      ref.separate_cif_molecules_reference(false);
+      fast.separate_cif_molecules(false);
+      ASSERT_EQ(fast.cif_mol_natoms, ref.cif_mol_natoms) << n << " bins, sweep " << sweep;
+      ASSERT_EQ(ref.cif_mol_natoms, std::vector<int>{2});
+      std::vector<double> f1 = fast.x_s, f2 = fast.x_s;
+      std::vector<int> types = fast.atypes;
+      testing::internal::CaptureStdout();
+      fast.make_whole_molecule(1, 2, types.data(), f1.data(), false);
+      ref.make_whole_molecule_reference(1, 2, types.data(), f2.data(), false);
+      testing::internal::GetCapturedStdout();
+      ASSERT_EQ(f1, f2) << n << " bins, sweep " << sweep;
+    }
+    // Neighbour search: two C2 dimers along a whose inner atoms are just inside the cut-off,
+    // so centre distance = cut-off + both sphere radii; centre grid of n bins along a.
+    const double rc = 4.0, bond = 1.4;
+    for (int sweep = 0; sweep < 60; ++sweep) {
+      Cell cell;
+      const double a = n * (rc + bond) * (1.0 + 1e-12);
+      const double p[6] = {a, 1.5 * (rc + bond), 1.5 * (rc + bond), 90.0, 90.0, 90.0};
+      cell.set_cell(p);
+      const double x0 = (sweep + 0.61) / 60.0, gap = rc * inside;
+      cell.atypes = {6, 6, 6, 6};
+      cell.radius.assign(4, rC);
+      cell.x_s = {x0, 0.2, 0.2, x0 + bond / a, 0.2, 0.2, x0 + (bond + gap) / a, 0.2, 0.2,
+                  x0 + (2 * bond + gap) / a, 0.2, 0.2};
+      cell.natoms_cif = 4;
+      cell.x.assign(12, 0.0);
+      cell.separate_cif_molecules(false);
+      cell.struct_source = 2;
+      testing::internal::CaptureStdout();
+      cell.read_crystal_strcuture_files(false, false);
+      cell.post_data_read_treatment(false);
+      testing::internal::GetCapturedStdout();
+      ASSERT_EQ(cell.get_nmols_uc(), 2);
+      cell.lattice_cutoff = rc;
+      for (int& s : cell.neighbor_scell) s = 1;
+      cell.contact_grid_threshold = sweep % 2 ? 0 : 2048;
+      cell.build_neighbor_list(false, false);
+      for (int i = 0; i < 2; ++i) {
+        std::vector<int> c1, c2;
+        std::vector<double> k1, k2;
+        cell.search_neighbors(i, rc * rc, c1, k1);
+        cell.search_neighbors_reference(i, rc * rc, c2, k2);
+        ASSERT_FALSE(c2.empty());
+        ASSERT_EQ(c1, c2) << n << " bins, sweep " << sweep << ", molecule " << i;
+        ASSERT_EQ(k1, k2);
+      }
+    }
+  }
+}
+
 TEST(FastPaths, RealSupercellGivesReferencePartitionAndNeighbours) {
   for (const char* name : {"anthracene_3x3x2_p1.cif", "tipge_pentacene_pbca.cif"}) {
     Cell ref, fast;
