@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -179,6 +180,162 @@ TEST_F(JobScripts, FatalPaths) {
               testing::Eq("Writing gaussian job LSF script " + missing + ".lsf...\n\nERROR  "
                           "transport : job_scripts : line 64 : \nFailed to open output file " +
                           missing + ".lsf\n"));
+}
+
+// Every family on every back-end, through its dispatcher and through its back-end writer,
+// writes the kept script of tests/data/job_scripts (module, MOO and node-list settings on, so
+// that every optional line appears). A missing kept file is written to the temporary
+// directory for review.
+TEST_F(JobScripts, EveryFamilyOnEveryBackendMatchesItsKeptScript) {
+  const std::string kept = std::string(KAVRI_TEST_DATA) + "/job_scripts/";
+  jobs.set_environment_module_gau_flag(true);
+  jobs.set_environment_module_kavri_flag(true);
+  jobs.set_environment_module_mpich2_gnu_flag(true);
+  jobs.set_job_moo_flag(true);
+  const std::string o = "/out";
+  using Write = std::function<void(Jobs&, const std::string&, int)>;
+  const std::vector<std::pair<std::string, Write>> families = {
+      {"siteEner", [&](Jobs& j, const std::string& f, int b) {
+         const std::string c = "kavri_siteenergy";
+         b == 0   ? j.write_calc_siteEner_job_pbs(f, 2, 4, "se", "se.run", c, o)
+         : b == 1 ? j.write_calc_siteEner_job_slurm(f, 2, 4, "se", "se.run", c, o)
+         : b == 2 ? j.write_calc_siteEner_job_lsf(f, 2, 4, "se", "se.run", c, o)
+         : b == 3 ? j.write_calc_siteEner_job_local(f, 2, 4, "se", "se.run", c, o)
+                  : j.write_calc_siteEner_job(f, 2, 4, "se", "se.run", c, o);
+       }},
+      {"MC", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_MC_job_pbs(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 1 ? j.write_MC_job_slurm(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 2 ? j.write_MC_job_lsf(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 3 ? j.write_MC_job_local(f, 2, 4, "j", "j.run", "prog -x", o)
+                  : j.write_MC_job(f, 2, 4, "j", "j.run", "prog -x", o);
+       }},
+      {"ME", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_ME_job_pbs(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 1 ? j.write_ME_job_slurm(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 2 ? j.write_ME_job_lsf(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 3 ? j.write_ME_job_local(f, 2, 4, "j", "j.run", "prog -x", o)
+                  : j.write_ME_job(f, 2, 4, "j", "j.run", "prog -x", o);
+       }},
+      {"mob", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_calc_mob_job_pbs(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 1 ? j.write_calc_mob_job_slurm(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 2 ? j.write_calc_mob_job_lsf(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 3 ? j.write_calc_mob_job_local(f, 2, 4, "j", "j.run", "prog -x", o)
+                  : j.write_calc_mob_job(f, 2, 4, "j", "j.run", "prog -x", o);
+       }},
+      {"getRE", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_calc_getRE_job_pbs(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 1 ? j.write_calc_getRE_job_slurm(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 2 ? j.write_calc_getRE_job_lsf(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 3 ? j.write_calc_getRE_job_local(f, 2, 4, "j", "j.run", "prog -x", o)
+                  : j.write_calc_getRE_job(f, 2, 4, "j", "j.run", "prog -x", o);
+       }},
+      {"gaussianRE", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_gaussian_RE_job_pbs(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 1 ? j.write_gaussian_RE_job_slurm(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 2 ? j.write_gaussian_RE_job_lsf(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 3 ? j.write_gaussian_RE_job_local(f, 2, 4, "j", "j.run", "prog -x", o)
+                  : j.write_gaussian_RE_job(f, 2, 4, "j", "j.run", "prog -x", o);
+       }},
+      {"REmps", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_RE_mps_job_pbs(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 1 ? j.write_RE_mps_job_slurm(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 2 ? j.write_RE_mps_job_lsf(f, 2, 4, "j", "j.run", "prog -x", o)
+         : b == 3 ? j.write_RE_mps_job_local(f, 2, 4, "j", "j.run", "prog -x", o)
+                  : j.write_RE_mps_job(f, 2, 4, "j", "j.run", "prog -x", o);
+       }},
+      {"orcaRE", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_orca_RE_job_pbs(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
+         : b == 1 ? j.write_orca_RE_job_slurm(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
+         : b == 2 ? j.write_orca_RE_job_lsf(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
+         : b == 3 ? j.write_orca_RE_job_local(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
+                  : j.write_orca_RE_job(f, 2, 4, "j", "j.run", "m1", "prog -x", o);
+       }},
+      {"qchemRE", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_qchem_RE_job_pbs(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
+         : b == 1 ? j.write_qchem_RE_job_slurm(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
+         : b == 2 ? j.write_qchem_RE_job_lsf(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
+         : b == 3 ? j.write_qchem_RE_job_local(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
+                  : j.write_qchem_RE_job(f, 2, 4, "j", "j.run", "m1", "prog -x", o);
+       }},
+      {"transint", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_calc_transint_job_pbs(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
+         : b == 1 ? j.write_calc_transint_job_slurm(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
+         : b == 2 ? j.write_calc_transint_job_lsf(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
+         : b == 3 ? j.write_calc_transint_job_local(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
+                  : j.write_calc_transint_job(f, 2, 4, "j", "j.run", "m1", "prog -x", o);
+       }},
+      {"transintArray", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_calc_transint_job_array_pbs(f, 2, 4, "j", "j.run", {3, 7}, 0, "mol", o)
+         : b == 1 ? j.write_calc_transint_job_array_slurm(f, 2, 4, "j", "j.run", {3, 7}, 0, "mol", o)
+         : b == 2 ? j.write_calc_transint_job_array_lsf(f, 2, 4, "j", "j.run", {3, 7}, 0, "mol", o)
+         : b == 3 ? j.write_calc_transint_job_array_local(f, 2, 4, "j", "j.run", {3, 7}, 0, "mol", o)
+                  : j.write_calc_transint_job_array(f, 2, 4, "j", "j.run", {3, 7}, 0, "mol", o);
+       }},
+      {"gaussianHL", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_gaussian_HL_job_pbs(f, 2, 4, "j", "j.run", "mol1", o)
+         : b == 1 ? j.write_gaussian_HL_job_slurm(f, 2, 4, "j", "j.run", "mol1", o)
+         : b == 2 ? j.write_gaussian_HL_job_lsf(f, 2, 4, "j", "j.run", "mol1", o)
+         : b == 3 ? j.write_gaussian_HL_job_local(f, 2, 4, "j", "j.run", "mol1", o)
+                  : j.write_gaussian_HL_job(f, 2, 4, "j", "j.run", "mol1", o);
+       }},
+      {"orcaHL", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_orca_HL_job_pbs(f, 2, 4, "j", "j.run", "mol1", o)
+         : b == 1 ? j.write_orca_HL_job_slurm(f, 2, 4, "j", "j.run", "mol1", o)
+         : b == 2 ? j.write_orca_HL_job_lsf(f, 2, 4, "j", "j.run", "mol1", o)
+         : b == 3 ? j.write_orca_HL_job_local(f, 2, 4, "j", "j.run", "mol1", o)
+                  : j.write_orca_HL_job(f, 2, 4, "j", "j.run", "mol1", o);
+       }},
+      {"qchemHL", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_qchem_HL_job_pbs(f, 2, 4, "j", "j.run", "mol1", o)
+         : b == 1 ? j.write_qchem_HL_job_slurm(f, 2, 4, "j", "j.run", "mol1", o)
+         : b == 2 ? j.write_qchem_HL_job_lsf(f, 2, 4, "j", "j.run", "mol1", o)
+         : b == 3 ? j.write_qchem_HL_job_local(f, 2, 4, "j", "j.run", "mol1", o)
+                  : j.write_qchem_HL_job(f, 2, 4, "j", "j.run", "mol1", o);
+       }},
+      {"gaussianHLArray", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_gaussian_HL_job_array_pbs(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
+         : b == 1 ? j.write_gaussian_HL_job_array_slurm(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
+         : b == 2 ? j.write_gaussian_HL_job_array_lsf(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
+         : b == 3 ? j.write_gaussian_HL_job_array_local(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
+                  : j.write_gaussian_HL_job_array(f, 2, 4, "j", "j.run", {}, 5, "mol", o);
+       }},
+      {"orcaHLArray", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_orca_HL_job_array_pbs(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
+         : b == 1 ? j.write_orca_HL_job_array_slurm(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
+         : b == 2 ? j.write_orca_HL_job_array_lsf(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
+         : b == 3 ? j.write_orca_HL_job_array_local(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
+                  : j.write_orca_HL_job_array(f, 2, 4, "j", "j.run", {}, 5, "mol", o);
+       }},
+      {"qchemHLArray", [&](Jobs& j, const std::string& f, int b) {
+         b == 0   ? j.write_qchem_HL_job_array_pbs(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
+         : b == 1 ? j.write_qchem_HL_job_array_slurm(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
+         : b == 2 ? j.write_qchem_HL_job_array_lsf(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
+         : b == 3 ? j.write_qchem_HL_job_array_local(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
+                  : j.write_qchem_HL_job_array(f, 2, 4, "j", "j.run", {}, 5, "mol", o);
+       }},
+  };
+  const char* const types[] = {"pbs", "slurm", "lsf", "local"};
+  for (int b = 0; b < 4; ++b) {
+    jobs.use(types[b]);
+    for (const auto& [name, write] : families) {
+      const std::string direct = dir + "/" + name + "_direct", chosen = dir + "/" + name;
+      write(jobs, direct, b);
+      write(jobs, chosen, -1);
+      const std::string ext = std::string(".") + types[b];
+      const std::string text = slurp(chosen + ext);
+      EXPECT_EQ(slurp(direct + ext), text) << name << ext;
+      if (!std::filesystem::exists(kept + name + ext)) {
+        std::filesystem::copy_file(chosen + ext, ::testing::TempDir() + name + ext,
+                                   std::filesystem::copy_options::overwrite_existing);
+        ADD_FAILURE() << "no kept script " << name << ext << "; written to "
+                      << ::testing::TempDir();
+        continue;
+      }
+      EXPECT_EQ(text, slurp(kept + name + ext)) << name << ext;
+    }
+  }
 }
 
 // bash finds no syntax error in the bodies of every back-end, nor shellcheck a warning beyond
