@@ -28,15 +28,8 @@ constexpr int SCHED_QCHEM_HL_ARRAY = 386;
 constexpr int SCHED_TRANSINT_ARRAY = 403;
 }  // namespace job_scripts_lines
 
-// Every job family `name` has five writers: `name_pbs`, `name_slurm`, `name_lsf`,
-// `name_local` write the script for one back-end, and `name` picks the back-end from the
-// scheduler type (sched_index 0..3; any other value is fatal).
-#define KAVRI_JOB_WRITERS(name, ...)   \
-  void name(__VA_ARGS__);              \
-  void name##_pbs(__VA_ARGS__);        \
-  void name##_slurm(__VA_ARGS__);      \
-  void name##_lsf(__VA_ARGS__);        \
-  void name##_local(__VA_ARGS__);
+// Back-ends of the job-script writers, in the order of the scheduler types.
+enum JobBackend : int { kPbs = 0, kSlurm = 1, kLsf = 2, kLocal = 3 };
 
 class Jobscript {
  public:
@@ -69,7 +62,9 @@ class Jobscript {
   // Prints "Writing gaussian job <BACKEND> script <file>..." before each script is written.
   void set_job_scripts_verbose(bool on) { job_verbose = on; }
 
-  // ---- job-script writers. Arguments every family shares:
+  // ---- job-script writers. Every family `name` has five: `name_pbs`, `name_slurm`,
+  // `name_lsf`, `name_local` write the script of one back-end, and `name` that of the current
+  // scheduler type (sched_index 0..3; any other value is fatal). Arguments every family shares:
   //   script   base name; the file is "<script>.<extension of the current scheduler type>"
   //   nodes    node count; ppn processes per node
   //   job_name name used in the job-name and standard-output directives
@@ -80,72 +75,303 @@ class Jobscript {
 
   // Jobs that run one command: site energies, Monte Carlo, master equation, mobility,
   // collection of reorganisation energies.
-  KAVRI_JOB_WRITERS(write_calc_siteEner_job, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::string& command, const std::string& out_dir)
-  KAVRI_JOB_WRITERS(write_MC_job, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::string& command, const std::string& out_dir)
-  KAVRI_JOB_WRITERS(write_ME_job, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::string& command, const std::string& out_dir)
-  KAVRI_JOB_WRITERS(write_calc_mob_job, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::string& command, const std::string& out_dir)
-  KAVRI_JOB_WRITERS(write_calc_getRE_job, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::string& command, const std::string& out_dir)
+  void write_calc_siteEner_job(const std::string& script, int nodes, int ppn,
+                               const std::string& job_name, const std::string& marker,
+                               const std::string& command, const std::string& out_dir);
+  void write_calc_siteEner_job_pbs(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& command, const std::string& out_dir);
+  void write_calc_siteEner_job_slurm(const std::string& script, int nodes, int ppn,
+                                     const std::string& job_name, const std::string& marker,
+                                     const std::string& command, const std::string& out_dir);
+  void write_calc_siteEner_job_lsf(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& command, const std::string& out_dir);
+  void write_calc_siteEner_job_local(const std::string& script, int nodes, int ppn,
+                                     const std::string& job_name, const std::string& marker,
+                                     const std::string& command, const std::string& out_dir);
+  void write_MC_job(const std::string& script, int nodes, int ppn, const std::string& job_name,
+                    const std::string& marker, const std::string& command,
+                    const std::string& out_dir);
+  void write_MC_job_pbs(const std::string& script, int nodes, int ppn, const std::string& job_name,
+                        const std::string& marker, const std::string& command,
+                        const std::string& out_dir);
+  void write_MC_job_slurm(const std::string& script, int nodes, int ppn,
+                          const std::string& job_name, const std::string& marker,
+                          const std::string& command, const std::string& out_dir);
+  void write_MC_job_lsf(const std::string& script, int nodes, int ppn, const std::string& job_name,
+                        const std::string& marker, const std::string& command,
+                        const std::string& out_dir);
+  void write_MC_job_local(const std::string& script, int nodes, int ppn,
+                          const std::string& job_name, const std::string& marker,
+                          const std::string& command, const std::string& out_dir);
+  void write_ME_job(const std::string& script, int nodes, int ppn, const std::string& job_name,
+                    const std::string& marker, const std::string& command,
+                    const std::string& out_dir);
+  void write_ME_job_pbs(const std::string& script, int nodes, int ppn, const std::string& job_name,
+                        const std::string& marker, const std::string& command,
+                        const std::string& out_dir);
+  void write_ME_job_slurm(const std::string& script, int nodes, int ppn,
+                          const std::string& job_name, const std::string& marker,
+                          const std::string& command, const std::string& out_dir);
+  void write_ME_job_lsf(const std::string& script, int nodes, int ppn, const std::string& job_name,
+                        const std::string& marker, const std::string& command,
+                        const std::string& out_dir);
+  void write_ME_job_local(const std::string& script, int nodes, int ppn,
+                          const std::string& job_name, const std::string& marker,
+                          const std::string& command, const std::string& out_dir);
+  void write_calc_mob_job(const std::string& script, int nodes, int ppn,
+                          const std::string& job_name, const std::string& marker,
+                          const std::string& command, const std::string& out_dir);
+  void write_calc_mob_job_pbs(const std::string& script, int nodes, int ppn,
+                              const std::string& job_name, const std::string& marker,
+                              const std::string& command, const std::string& out_dir);
+  void write_calc_mob_job_slurm(const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::string& command, const std::string& out_dir);
+  void write_calc_mob_job_lsf(const std::string& script, int nodes, int ppn,
+                              const std::string& job_name, const std::string& marker,
+                              const std::string& command, const std::string& out_dir);
+  void write_calc_mob_job_local(const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::string& command, const std::string& out_dir);
+  void write_calc_getRE_job(const std::string& script, int nodes, int ppn,
+                            const std::string& job_name, const std::string& marker,
+                            const std::string& command, const std::string& out_dir);
+  void write_calc_getRE_job_pbs(const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::string& command, const std::string& out_dir);
+  void write_calc_getRE_job_slurm(const std::string& script, int nodes, int ppn,
+                                  const std::string& job_name, const std::string& marker,
+                                  const std::string& command, const std::string& out_dir);
+  void write_calc_getRE_job_lsf(const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::string& command, const std::string& out_dir);
+  void write_calc_getRE_job_local(const std::string& script, int nodes, int ppn,
+                                  const std::string& job_name, const std::string& marker,
+                                  const std::string& command, const std::string& out_dir);
   // Reorganisation-energy jobs run `command` for the data directory <workdir>/<REdir>;
   // the ORCA and Q-Chem ones use a scratch directory named after `re_name` and the job id.
-  KAVRI_JOB_WRITERS(write_gaussian_RE_job, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::string& command, const std::string& out_dir)
-  KAVRI_JOB_WRITERS(write_RE_mps_job, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::string& command, const std::string& out_dir)
-  KAVRI_JOB_WRITERS(write_orca_RE_job, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::string& re_name, const std::string& command,
-                    const std::string& out_dir)
-  KAVRI_JOB_WRITERS(write_qchem_RE_job, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::string& re_name, const std::string& command,
-                    const std::string& out_dir)
+  void write_gaussian_RE_job(const std::string& script, int nodes, int ppn,
+                             const std::string& job_name, const std::string& marker,
+                             const std::string& command, const std::string& out_dir);
+  void write_gaussian_RE_job_pbs(const std::string& script, int nodes, int ppn,
+                                 const std::string& job_name, const std::string& marker,
+                                 const std::string& command, const std::string& out_dir);
+  void write_gaussian_RE_job_slurm(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& command, const std::string& out_dir);
+  void write_gaussian_RE_job_lsf(const std::string& script, int nodes, int ppn,
+                                 const std::string& job_name, const std::string& marker,
+                                 const std::string& command, const std::string& out_dir);
+  void write_gaussian_RE_job_local(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& command, const std::string& out_dir);
+  void write_RE_mps_job(const std::string& script, int nodes, int ppn, const std::string& job_name,
+                        const std::string& marker, const std::string& command,
+                        const std::string& out_dir);
+  void write_RE_mps_job_pbs(const std::string& script, int nodes, int ppn,
+                            const std::string& job_name, const std::string& marker,
+                            const std::string& command, const std::string& out_dir);
+  void write_RE_mps_job_slurm(const std::string& script, int nodes, int ppn,
+                              const std::string& job_name, const std::string& marker,
+                              const std::string& command, const std::string& out_dir);
+  void write_RE_mps_job_lsf(const std::string& script, int nodes, int ppn,
+                            const std::string& job_name, const std::string& marker,
+                            const std::string& command, const std::string& out_dir);
+  void write_RE_mps_job_local(const std::string& script, int nodes, int ppn,
+                              const std::string& job_name, const std::string& marker,
+                              const std::string& command, const std::string& out_dir);
+  void write_orca_RE_job(const std::string& script, int nodes, int ppn, const std::string& job_name,
+                         const std::string& marker, const std::string& re_name,
+                         const std::string& command, const std::string& out_dir);
+  void write_orca_RE_job_pbs(const std::string& script, int nodes, int ppn,
+                             const std::string& job_name, const std::string& marker,
+                             const std::string& re_name, const std::string& command,
+                             const std::string& out_dir);
+  void write_orca_RE_job_slurm(const std::string& script, int nodes, int ppn,
+                               const std::string& job_name, const std::string& marker,
+                               const std::string& re_name, const std::string& command,
+                               const std::string& out_dir);
+  void write_orca_RE_job_lsf(const std::string& script, int nodes, int ppn,
+                             const std::string& job_name, const std::string& marker,
+                             const std::string& re_name, const std::string& command,
+                             const std::string& out_dir);
+  void write_orca_RE_job_local(const std::string& script, int nodes, int ppn,
+                               const std::string& job_name, const std::string& marker,
+                               const std::string& re_name, const std::string& command,
+                               const std::string& out_dir);
+  void write_qchem_RE_job(const std::string& script, int nodes, int ppn,
+                          const std::string& job_name, const std::string& marker,
+                          const std::string& re_name, const std::string& command,
+                          const std::string& out_dir);
+  void write_qchem_RE_job_pbs(const std::string& script, int nodes, int ppn,
+                              const std::string& job_name, const std::string& marker,
+                              const std::string& re_name, const std::string& command,
+                              const std::string& out_dir);
+  void write_qchem_RE_job_slurm(const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::string& re_name, const std::string& command,
+                                const std::string& out_dir);
+  void write_qchem_RE_job_lsf(const std::string& script, int nodes, int ppn,
+                              const std::string& job_name, const std::string& marker,
+                              const std::string& re_name, const std::string& command,
+                              const std::string& out_dir);
+  void write_qchem_RE_job_local(const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::string& re_name, const std::string& command,
+                                const std::string& out_dir);
   // Transfer integral of one pair: `command` runs inside `pair_dir`.
-  KAVRI_JOB_WRITERS(write_calc_transint_job, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::string& pair_dir, const std::string& command,
-                    const std::string& out_dir)
+  void write_calc_transint_job(const std::string& script, int nodes, int ppn,
+                               const std::string& job_name, const std::string& marker,
+                               const std::string& pair_dir, const std::string& command,
+                               const std::string& out_dir);
+  void write_calc_transint_job_pbs(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& pair_dir, const std::string& command,
+                                   const std::string& out_dir);
+  void write_calc_transint_job_slurm(const std::string& script, int nodes, int ppn,
+                                     const std::string& job_name, const std::string& marker,
+                                     const std::string& pair_dir, const std::string& command,
+                                     const std::string& out_dir);
+  void write_calc_transint_job_lsf(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& pair_dir, const std::string& command,
+                                   const std::string& out_dir);
+  void write_calc_transint_job_local(const std::string& script, int nodes, int ppn,
+                                     const std::string& job_name, const std::string& marker,
+                                     const std::string& pair_dir, const std::string& command,
+                                     const std::string& out_dir);
   // HOMO/LUMO calculation of one molecule: input "<name>.com" (Gaussian) or "<name>.inp"
   // (ORCA, Q-Chem) in <workdir>/<HLdir>, checked by the helper scripts in <workdir>/<JOBSdir>.
-  KAVRI_JOB_WRITERS(write_gaussian_HL_job, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::string& name, const std::string& out_dir)
-  KAVRI_JOB_WRITERS(write_orca_HL_job, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::string& name, const std::string& out_dir)
-  KAVRI_JOB_WRITERS(write_qchem_HL_job, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::string& name, const std::string& out_dir)
+  void write_calc_transint_job_array(const std::string& script, int nodes, int ppn,
+                                     const std::string& job_name, const std::string& marker,
+                                     const std::vector<int>& tasks, int ntasks,
+                                     const std::string& exe, const std::string& out_dir);
+  void write_calc_transint_job_array_pbs(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::vector<int>& tasks, int ntasks,
+                                         const std::string& exe, const std::string& out_dir);
+  void write_calc_transint_job_array_slurm(const std::string& script, int nodes, int ppn,
+                                           const std::string& job_name, const std::string& marker,
+                                           const std::vector<int>& tasks, int ntasks,
+                                           const std::string& exe, const std::string& out_dir);
+  void write_calc_transint_job_array_lsf(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::vector<int>& tasks, int ntasks,
+                                         const std::string& exe, const std::string& out_dir);
+  void write_calc_transint_job_array_local(const std::string& script, int nodes, int ppn,
+                                           const std::string& job_name, const std::string& marker,
+                                           const std::vector<int>& tasks, int ntasks,
+                                           const std::string& exe, const std::string& out_dir);
+  void write_gaussian_HL_job(const std::string& script, int nodes, int ppn,
+                             const std::string& job_name, const std::string& marker,
+                             const std::string& name, const std::string& out_dir);
+  void write_gaussian_HL_job_pbs(const std::string& script, int nodes, int ppn,
+                                 const std::string& job_name, const std::string& marker,
+                                 const std::string& name, const std::string& out_dir);
+  void write_gaussian_HL_job_slurm(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& name, const std::string& out_dir);
+  void write_gaussian_HL_job_lsf(const std::string& script, int nodes, int ppn,
+                                 const std::string& job_name, const std::string& marker,
+                                 const std::string& name, const std::string& out_dir);
+  void write_gaussian_HL_job_local(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& name, const std::string& out_dir);
+  void write_orca_HL_job(const std::string& script, int nodes, int ppn, const std::string& job_name,
+                         const std::string& marker, const std::string& name,
+                         const std::string& out_dir);
+  void write_orca_HL_job_pbs(const std::string& script, int nodes, int ppn,
+                             const std::string& job_name, const std::string& marker,
+                             const std::string& name, const std::string& out_dir);
+  void write_orca_HL_job_slurm(const std::string& script, int nodes, int ppn,
+                               const std::string& job_name, const std::string& marker,
+                               const std::string& name, const std::string& out_dir);
+  void write_orca_HL_job_lsf(const std::string& script, int nodes, int ppn,
+                             const std::string& job_name, const std::string& marker,
+                             const std::string& name, const std::string& out_dir);
+  void write_orca_HL_job_local(const std::string& script, int nodes, int ppn,
+                               const std::string& job_name, const std::string& marker,
+                               const std::string& name, const std::string& out_dir);
   // The same as array jobs: task i works on "<prefix>-<i>".
-  KAVRI_JOB_WRITERS(write_gaussian_HL_job_array, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::vector<int>& tasks, int ntasks, const std::string& prefix,
-                    const std::string& out_dir)
-  KAVRI_JOB_WRITERS(write_orca_HL_job_array, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::vector<int>& tasks, int ntasks, const std::string& prefix,
-                    const std::string& out_dir)
-  KAVRI_JOB_WRITERS(write_qchem_HL_job_array, const std::string& script, int nodes, int ppn,
-                    const std::string& job_name, const std::string& marker,
-                    const std::vector<int>& tasks, int ntasks, const std::string& prefix,
-                    const std::string& out_dir)
+  void write_qchem_HL_job(const std::string& script, int nodes, int ppn,
+                          const std::string& job_name, const std::string& marker,
+                          const std::string& name, const std::string& out_dir);
+  void write_qchem_HL_job_pbs(const std::string& script, int nodes, int ppn,
+                              const std::string& job_name, const std::string& marker,
+                              const std::string& name, const std::string& out_dir);
+  void write_qchem_HL_job_slurm(const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::string& name, const std::string& out_dir);
+  void write_qchem_HL_job_lsf(const std::string& script, int nodes, int ppn,
+                              const std::string& job_name, const std::string& marker,
+                              const std::string& name, const std::string& out_dir);
+  void write_qchem_HL_job_local(const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::string& name, const std::string& out_dir);
+  void write_gaussian_HL_job_array(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::vector<int>& tasks, int ntasks,
+                                   const std::string& prefix, const std::string& out_dir);
+  void write_gaussian_HL_job_array_pbs(const std::string& script, int nodes, int ppn,
+                                       const std::string& job_name, const std::string& marker,
+                                       const std::vector<int>& tasks, int ntasks,
+                                       const std::string& prefix, const std::string& out_dir);
+  void write_gaussian_HL_job_array_slurm(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::vector<int>& tasks, int ntasks,
+                                         const std::string& prefix, const std::string& out_dir);
+  void write_gaussian_HL_job_array_lsf(const std::string& script, int nodes, int ppn,
+                                       const std::string& job_name, const std::string& marker,
+                                       const std::vector<int>& tasks, int ntasks,
+                                       const std::string& prefix, const std::string& out_dir);
+  void write_gaussian_HL_job_array_local(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::vector<int>& tasks, int ntasks,
+                                         const std::string& prefix, const std::string& out_dir);
+  void write_orca_HL_job_array(const std::string& script, int nodes, int ppn,
+                               const std::string& job_name, const std::string& marker,
+                               const std::vector<int>& tasks, int ntasks, const std::string& prefix,
+                               const std::string& out_dir);
+  void write_orca_HL_job_array_pbs(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::vector<int>& tasks, int ntasks,
+                                   const std::string& prefix, const std::string& out_dir);
+  void write_orca_HL_job_array_slurm(const std::string& script, int nodes, int ppn,
+                                     const std::string& job_name, const std::string& marker,
+                                     const std::vector<int>& tasks, int ntasks,
+                                     const std::string& prefix, const std::string& out_dir);
+  void write_orca_HL_job_array_lsf(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::vector<int>& tasks, int ntasks,
+                                   const std::string& prefix, const std::string& out_dir);
+  void write_orca_HL_job_array_local(const std::string& script, int nodes, int ppn,
+                                     const std::string& job_name, const std::string& marker,
+                                     const std::vector<int>& tasks, int ntasks,
+                                     const std::string& prefix, const std::string& out_dir);
   // Transfer integrals of molecule i's pairs per task: `exe` with the MOO arguments when the
   // MOO flag is set, otherwise in batch mode over "mol<i>_<transfer-integral list file>".
-  KAVRI_JOB_WRITERS(write_calc_transint_job_array, const std::string& script, int nodes,
-                    int ppn, const std::string& job_name, const std::string& marker,
-                    const std::vector<int>& tasks, int ntasks, const std::string& exe,
-                    const std::string& out_dir)
+  void write_qchem_HL_job_array(const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::vector<int>& tasks, int ntasks,
+                                const std::string& prefix, const std::string& out_dir);
+  void write_qchem_HL_job_array_pbs(const std::string& script, int nodes, int ppn,
+                                    const std::string& job_name, const std::string& marker,
+                                    const std::vector<int>& tasks, int ntasks,
+                                    const std::string& prefix, const std::string& out_dir);
+  void write_qchem_HL_job_array_slurm(const std::string& script, int nodes, int ppn,
+                                      const std::string& job_name, const std::string& marker,
+                                      const std::vector<int>& tasks, int ntasks,
+                                      const std::string& prefix, const std::string& out_dir);
+  void write_qchem_HL_job_array_lsf(const std::string& script, int nodes, int ppn,
+                                    const std::string& job_name, const std::string& marker,
+                                    const std::vector<int>& tasks, int ntasks,
+                                    const std::string& prefix, const std::string& out_dir);
+  void write_qchem_HL_job_array_local(const std::string& script, int nodes, int ppn,
+                                      const std::string& job_name, const std::string& marker,
+                                      const std::vector<int>& tasks, int ntasks,
+                                      const std::string& prefix, const std::string& out_dir);
 
   // The task list of an array job: the indices joined by commas, or "1-<ntasks>" without.
   static std::string job_array_task_list(const std::vector<int>& tasks, int ntasks);
@@ -159,11 +385,86 @@ class Jobscript {
     std::string job_name;
     std::string marker;
     std::string out_dir;
-    bool qc_job = false;      // quantum-chemistry job: loads module_qc instead of module_mpich2
-    bool array = false;       // array job over task_ids, or 1..ntasks when that is empty
+    bool qc_job = false;  // quantum-chemistry job: loads module_qc instead of module_mpich2
+    bool array = false;   // array job over task_ids, or 1..ntasks when that is empty
     std::vector<int> task_ids;
     int ntasks = 0;
   };
+  // Frames of a suite program (MPI and suite modules) or a quantum-chemistry job, single or
+  // array.
+  static JobFrame program_frame(const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::string& out_dir);
+  static JobFrame qc_frame(const std::string& script, int nodes, int ppn,
+                           const std::string& job_name, const std::string& marker,
+                           const std::string& out_dir);
+  static JobFrame program_array_frame(const std::string& script, int nodes, int ppn,
+                                      const std::string& job_name, const std::string& marker,
+                                      const std::vector<int>& tasks, int ntasks,
+                                      const std::string& out_dir);
+  static JobFrame qc_array_frame(const std::string& script, int nodes, int ppn,
+                                 const std::string& job_name, const std::string& marker,
+                                 const std::vector<int>& tasks, int ntasks,
+                                 const std::string& out_dir);
+  // Each family's script on a given back-end: its frame around its body.
+  void write_calc_siteEner_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                  const std::string& job_name, const std::string& marker,
+                                  const std::string& command, const std::string& out_dir) const;
+  void write_MC_job_on(int backend, const std::string& script, int nodes, int ppn,
+                       const std::string& job_name, const std::string& marker,
+                       const std::string& command, const std::string& out_dir) const;
+  void write_ME_job_on(int backend, const std::string& script, int nodes, int ppn,
+                       const std::string& job_name, const std::string& marker,
+                       const std::string& command, const std::string& out_dir) const;
+  void write_calc_mob_job_on(int backend, const std::string& script, int nodes, int ppn,
+                             const std::string& job_name, const std::string& marker,
+                             const std::string& command, const std::string& out_dir) const;
+  void write_calc_getRE_job_on(int backend, const std::string& script, int nodes, int ppn,
+                               const std::string& job_name, const std::string& marker,
+                               const std::string& command, const std::string& out_dir) const;
+  void write_gaussian_RE_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::string& command, const std::string& out_dir) const;
+  void write_RE_mps_job_on(int backend, const std::string& script, int nodes, int ppn,
+                           const std::string& job_name, const std::string& marker,
+                           const std::string& command, const std::string& out_dir) const;
+  void write_orca_RE_job_on(int backend, const std::string& script, int nodes, int ppn,
+                            const std::string& job_name, const std::string& marker,
+                            const std::string& re_name, const std::string& command,
+                            const std::string& out_dir) const;
+  void write_qchem_RE_job_on(int backend, const std::string& script, int nodes, int ppn,
+                             const std::string& job_name, const std::string& marker,
+                             const std::string& re_name, const std::string& command,
+                             const std::string& out_dir) const;
+  void write_calc_transint_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                  const std::string& job_name, const std::string& marker,
+                                  const std::string& pair_dir, const std::string& command,
+                                  const std::string& out_dir) const;
+  void write_calc_transint_job_array_on(int backend, const std::string& script, int nodes, int ppn,
+                                        const std::string& job_name, const std::string& marker,
+                                        const std::vector<int>& tasks, int ntasks,
+                                        const std::string& exe, const std::string& out_dir) const;
+  void write_gaussian_HL_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::string& name, const std::string& out_dir) const;
+  void write_orca_HL_job_on(int backend, const std::string& script, int nodes, int ppn,
+                            const std::string& job_name, const std::string& marker,
+                            const std::string& name, const std::string& out_dir) const;
+  void write_qchem_HL_job_on(int backend, const std::string& script, int nodes, int ppn,
+                             const std::string& job_name, const std::string& marker,
+                             const std::string& name, const std::string& out_dir) const;
+  void write_gaussian_HL_job_array_on(int backend, const std::string& script, int nodes, int ppn,
+                                      const std::string& job_name, const std::string& marker,
+                                      const std::vector<int>& tasks, int ntasks,
+                                      const std::string& prefix, const std::string& out_dir) const;
+  void write_orca_HL_job_array_on(int backend, const std::string& script, int nodes, int ppn,
+                                  const std::string& job_name, const std::string& marker,
+                                  const std::vector<int>& tasks, int ntasks,
+                                  const std::string& prefix, const std::string& out_dir) const;
+  void write_qchem_HL_job_array_on(int backend, const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::vector<int>& tasks, int ntasks,
+                                   const std::string& prefix, const std::string& out_dir) const;
   // The full script text for back-end 0..3 around `body`, and writing it to its file.
   std::string job_script_text(int backend, const JobFrame& frame, const std::string& body) const;
   void write_job_script(int backend, const JobFrame& frame, const std::string& body) const;
@@ -213,5 +514,3 @@ class Jobscript {
   std::string job_workdir = ".";
   bool job_verbose = false;
 };
-
-#undef KAVRI_JOB_WRITERS

@@ -76,9 +76,9 @@ std::string qchem_hl_body(const HLJob& j, const std::string& exe, int threads,
 // ORCA runs in a scratch directory per job (per task in an array); the output and the
 // orbital file are moved back to the data directory. The single-job script keeps its
 // historical text: blanks around "=" in DataDir and SCRDIR, and "cd ${DataDIR}" at the end.
-std::string orca_hl_body(const HLJob& j, bool array, const std::string& scratch,
-                         const char* job_id, const char* task, const std::string& exe,
-                         const std::string& exe_options, const std::string& mkl_converter) {
+std::string orca_hl_body(const HLJob& j, bool array, const std::string& scratch, const char* job_id,
+                         const char* task, const std::string& exe, const std::string& exe_options,
+                         const std::string& mkl_converter) {
   const char* n = j.name.c_str();
   const char* data = j.workdir.c_str();
   const char* hl = j.hl_dir.c_str();
@@ -130,138 +130,741 @@ std::string transint_task_body(bool moo, const std::string& exe, const std::stri
 
 }  // namespace
 
-// Each family defines its four back-end writers and its dispatcher from one parameter list
-// (PARAMS, with the matching ARGS), the frame of the job (FRAME) and its body (BODY); FRAME
-// and BODY are expressions of the writer's arguments, the settings and `backend`.
-#define KAVRI_JOB_BACKEND(name, index, params, frame, body) \
-  void Jobscript::name params {                             \
-    const int backend = index;                              \
-    write_job_script(backend, frame, body);                 \
-  }
-
-#define KAVRI_JOB_FAMILY(name, line, params, args, frame, body) \
-  KAVRI_JOB_BACKEND(name##_pbs, 0, params, frame, body)         \
-  KAVRI_JOB_BACKEND(name##_slurm, 1, params, frame, body)       \
-  KAVRI_JOB_BACKEND(name##_lsf, 2, params, frame, body)         \
-  KAVRI_JOB_BACKEND(name##_local, 3, params, frame, body)       \
-  void Jobscript::name params {                                 \
-    switch (job_backend_or_fail(line)) {                        \
-      case 0: name##_pbs args; break;                           \
-      case 1: name##_slurm args; break;                         \
-      case 2: name##_lsf args; break;                           \
-      default: name##_local args; break;                        \
-    }                                                           \
-  }
-
-// Parameter lists shared by the families, each with its argument list for the dispatcher.
-#define KAVRI_FRAME_PARAMS \
-  const std::string& script, int nodes, int ppn, const std::string& job_name, \
-      const std::string& marker
-#define KAVRI_FRAME_ARGS script, nodes, ppn, job_name, marker
-#define KAVRI_CMD_PARAMS \
-  (KAVRI_FRAME_PARAMS, const std::string& command, const std::string& out_dir)
-#define KAVRI_CMD_ARGS (KAVRI_FRAME_ARGS, command, out_dir)
-#define KAVRI_NAMED_CMD_PARAMS(first)                                          \
-  (KAVRI_FRAME_PARAMS, const std::string& first, const std::string& command, \
-   const std::string& out_dir)
-#define KAVRI_NAMED_CMD_ARGS(first) (KAVRI_FRAME_ARGS, first, command, out_dir)
-#define KAVRI_HL_PARAMS (KAVRI_FRAME_PARAMS, const std::string& name, const std::string& out_dir)
-#define KAVRI_HL_ARGS (KAVRI_FRAME_ARGS, name, out_dir)
-#define KAVRI_ARRAY_PARAMS(last)                                                      \
-  (KAVRI_FRAME_PARAMS, const std::vector<int>& tasks, int ntasks, const std::string& last, \
-   const std::string& out_dir)
-#define KAVRI_ARRAY_ARGS(last) (KAVRI_FRAME_ARGS, tasks, ntasks, last, out_dir)
-
-// Frames: a suite program (MPI and suite modules) or a quantum-chemistry job, single or array.
-#define KAVRI_PROGRAM_FRAME \
-  (JobFrame{script, nodes, ppn, job_name, marker, out_dir, false, false, {}, 0})
-#define KAVRI_QC_FRAME \
-  (JobFrame{script, nodes, ppn, job_name, marker, out_dir, true, false, {}, 0})
-#define KAVRI_QC_ARRAY_FRAME \
-  (JobFrame{script, nodes, ppn, job_name, marker, out_dir, true, true, tasks, ntasks})
-#define KAVRI_PROGRAM_ARRAY_FRAME \
-  (JobFrame{script, nodes, ppn, job_name, marker, out_dir, false, true, tasks, ntasks})
-
-// HOMO/LUMO job of one molecule, and of task i of an array ("<prefix>-<i>", with the error
-// marker named after `fail_task_var`).
-#define KAVRI_HL_JOB (HLJob{job_workdir, HLdir, JOBSdir, name, name})
-#define KAVRI_HL_TASK(fail_task_var)                                        \
-  (HLJob{job_workdir, HLdir, JOBSdir, prefix + "-" + job_task_var(backend), \
-         prefix + "-" + (fail_task_var)})
-
 namespace L = job_scripts_lines;
 
-// ---------------------------------------------------------------- one-command jobs
+Jobscript::JobFrame Jobscript::program_frame(const std::string& script, int nodes, int ppn,
+                                             const std::string& job_name, const std::string& marker,
+                                             const std::string& out_dir) {
+  return JobFrame{script, nodes, ppn, job_name, marker, out_dir, false, false, {}, 0};
+}
 
-KAVRI_JOB_FAMILY(write_calc_siteEner_job, L::SCHED_SITEENER, KAVRI_CMD_PARAMS, KAVRI_CMD_ARGS,
-                 KAVRI_PROGRAM_FRAME, command_body(command))
-KAVRI_JOB_FAMILY(write_MC_job, L::SCHED_MC, KAVRI_CMD_PARAMS, KAVRI_CMD_ARGS,
-                 KAVRI_PROGRAM_FRAME, command_body(command))
-KAVRI_JOB_FAMILY(write_ME_job, L::SCHED_ME, KAVRI_CMD_PARAMS, KAVRI_CMD_ARGS,
-                 KAVRI_PROGRAM_FRAME, command_body(command))
-KAVRI_JOB_FAMILY(write_calc_mob_job, L::SCHED_MOB, KAVRI_CMD_PARAMS, KAVRI_CMD_ARGS,
-                 KAVRI_PROGRAM_FRAME, command_body(command))
-KAVRI_JOB_FAMILY(write_calc_getRE_job, L::SCHED_GETRE, KAVRI_CMD_PARAMS, KAVRI_CMD_ARGS,
-                 KAVRI_PROGRAM_FRAME, command_body(command))
+Jobscript::JobFrame Jobscript::qc_frame(const std::string& script, int nodes, int ppn,
+                                        const std::string& job_name, const std::string& marker,
+                                        const std::string& out_dir) {
+  return JobFrame{script, nodes, ppn, job_name, marker, out_dir, true, false, {}, 0};
+}
+
+Jobscript::JobFrame Jobscript::program_array_frame(const std::string& script, int nodes, int ppn,
+                                                   const std::string& job_name,
+                                                   const std::string& marker,
+                                                   const std::vector<int>& tasks, int ntasks,
+                                                   const std::string& out_dir) {
+  return JobFrame{script, nodes, ppn, job_name, marker, out_dir, false, true, tasks, ntasks};
+}
+
+Jobscript::JobFrame Jobscript::qc_array_frame(const std::string& script, int nodes, int ppn,
+                                              const std::string& job_name,
+                                              const std::string& marker,
+                                              const std::vector<int>& tasks, int ntasks,
+                                              const std::string& out_dir) {
+  return JobFrame{script, nodes, ppn, job_name, marker, out_dir, true, true, tasks, ntasks};
+}
+
+// ---------------------------------------------------------------- one-command jobs: site energies, Monte Carlo, master equation, mobility, RE collection
+
+void Jobscript::write_calc_siteEner_job_on(int backend, const std::string& script, int nodes,
+                                           int ppn, const std::string& job_name,
+                                           const std::string& marker, const std::string& command,
+                                           const std::string& out_dir) const {
+  write_job_script(backend, program_frame(script, nodes, ppn, job_name, marker, out_dir),
+                   command_body(command));
+}
+void Jobscript::write_calc_siteEner_job(const std::string& script, int nodes, int ppn,
+                                        const std::string& job_name, const std::string& marker,
+                                        const std::string& command, const std::string& out_dir) {
+  write_calc_siteEner_job_on(job_backend_or_fail(L::SCHED_SITEENER), script, nodes, ppn, job_name,
+                             marker, command, out_dir);
+}
+void Jobscript::write_calc_siteEner_job_pbs(const std::string& script, int nodes, int ppn,
+                                            const std::string& job_name, const std::string& marker,
+                                            const std::string& command,
+                                            const std::string& out_dir) {
+  write_calc_siteEner_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_calc_siteEner_job_slurm(const std::string& script, int nodes, int ppn,
+                                              const std::string& job_name,
+                                              const std::string& marker, const std::string& command,
+                                              const std::string& out_dir) {
+  write_calc_siteEner_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_calc_siteEner_job_lsf(const std::string& script, int nodes, int ppn,
+                                            const std::string& job_name, const std::string& marker,
+                                            const std::string& command,
+                                            const std::string& out_dir) {
+  write_calc_siteEner_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_calc_siteEner_job_local(const std::string& script, int nodes, int ppn,
+                                              const std::string& job_name,
+                                              const std::string& marker, const std::string& command,
+                                              const std::string& out_dir) {
+  write_calc_siteEner_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+
+void Jobscript::write_MC_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::string& command, const std::string& out_dir) const {
+  write_job_script(backend, program_frame(script, nodes, ppn, job_name, marker, out_dir),
+                   command_body(command));
+}
+void Jobscript::write_MC_job(const std::string& script, int nodes, int ppn,
+                             const std::string& job_name, const std::string& marker,
+                             const std::string& command, const std::string& out_dir) {
+  write_MC_job_on(job_backend_or_fail(L::SCHED_MC), script, nodes, ppn, job_name, marker, command,
+                  out_dir);
+}
+void Jobscript::write_MC_job_pbs(const std::string& script, int nodes, int ppn,
+                                 const std::string& job_name, const std::string& marker,
+                                 const std::string& command, const std::string& out_dir) {
+  write_MC_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_MC_job_slurm(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& command, const std::string& out_dir) {
+  write_MC_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_MC_job_lsf(const std::string& script, int nodes, int ppn,
+                                 const std::string& job_name, const std::string& marker,
+                                 const std::string& command, const std::string& out_dir) {
+  write_MC_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_MC_job_local(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& command, const std::string& out_dir) {
+  write_MC_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+
+void Jobscript::write_ME_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::string& command, const std::string& out_dir) const {
+  write_job_script(backend, program_frame(script, nodes, ppn, job_name, marker, out_dir),
+                   command_body(command));
+}
+void Jobscript::write_ME_job(const std::string& script, int nodes, int ppn,
+                             const std::string& job_name, const std::string& marker,
+                             const std::string& command, const std::string& out_dir) {
+  write_ME_job_on(job_backend_or_fail(L::SCHED_ME), script, nodes, ppn, job_name, marker, command,
+                  out_dir);
+}
+void Jobscript::write_ME_job_pbs(const std::string& script, int nodes, int ppn,
+                                 const std::string& job_name, const std::string& marker,
+                                 const std::string& command, const std::string& out_dir) {
+  write_ME_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_ME_job_slurm(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& command, const std::string& out_dir) {
+  write_ME_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_ME_job_lsf(const std::string& script, int nodes, int ppn,
+                                 const std::string& job_name, const std::string& marker,
+                                 const std::string& command, const std::string& out_dir) {
+  write_ME_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_ME_job_local(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& command, const std::string& out_dir) {
+  write_ME_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+
+void Jobscript::write_calc_mob_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                      const std::string& job_name, const std::string& marker,
+                                      const std::string& command,
+                                      const std::string& out_dir) const {
+  write_job_script(backend, program_frame(script, nodes, ppn, job_name, marker, out_dir),
+                   command_body(command));
+}
+void Jobscript::write_calc_mob_job(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& command, const std::string& out_dir) {
+  write_calc_mob_job_on(job_backend_or_fail(L::SCHED_MOB), script, nodes, ppn, job_name, marker,
+                        command, out_dir);
+}
+void Jobscript::write_calc_mob_job_pbs(const std::string& script, int nodes, int ppn,
+                                       const std::string& job_name, const std::string& marker,
+                                       const std::string& command, const std::string& out_dir) {
+  write_calc_mob_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_calc_mob_job_slurm(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::string& command, const std::string& out_dir) {
+  write_calc_mob_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_calc_mob_job_lsf(const std::string& script, int nodes, int ppn,
+                                       const std::string& job_name, const std::string& marker,
+                                       const std::string& command, const std::string& out_dir) {
+  write_calc_mob_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_calc_mob_job_local(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::string& command, const std::string& out_dir) {
+  write_calc_mob_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+
+void Jobscript::write_calc_getRE_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                        const std::string& job_name, const std::string& marker,
+                                        const std::string& command,
+                                        const std::string& out_dir) const {
+  write_job_script(backend, program_frame(script, nodes, ppn, job_name, marker, out_dir),
+                   command_body(command));
+}
+void Jobscript::write_calc_getRE_job(const std::string& script, int nodes, int ppn,
+                                     const std::string& job_name, const std::string& marker,
+                                     const std::string& command, const std::string& out_dir) {
+  write_calc_getRE_job_on(job_backend_or_fail(L::SCHED_GETRE), script, nodes, ppn, job_name, marker,
+                          command, out_dir);
+}
+void Jobscript::write_calc_getRE_job_pbs(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::string& command, const std::string& out_dir) {
+  write_calc_getRE_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_calc_getRE_job_slurm(const std::string& script, int nodes, int ppn,
+                                           const std::string& job_name, const std::string& marker,
+                                           const std::string& command, const std::string& out_dir) {
+  write_calc_getRE_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_calc_getRE_job_lsf(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::string& command, const std::string& out_dir) {
+  write_calc_getRE_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_calc_getRE_job_local(const std::string& script, int nodes, int ppn,
+                                           const std::string& job_name, const std::string& marker,
+                                           const std::string& command, const std::string& out_dir) {
+  write_calc_getRE_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
+}
 
 // ---------------------------------------------------------------- reorganisation energies
 
-KAVRI_JOB_FAMILY(write_gaussian_RE_job, L::SCHED_GAUSSIAN_RE, KAVRI_CMD_PARAMS, KAVRI_CMD_ARGS,
-                 KAVRI_QC_FRAME,
-                 format_string("DataDir=%s/%s\n\n", job_workdir.c_str(), REdir.c_str()) +
-                     command_body(command))
-KAVRI_JOB_FAMILY(write_RE_mps_job, L::SCHED_RE_MPS, KAVRI_CMD_PARAMS, KAVRI_CMD_ARGS,
-                 KAVRI_PROGRAM_FRAME,
-                 format_string("DataDir=%s/%s\n", job_workdir.c_str(), REdir.c_str()) +
-                     "cd ${DataDir}\n\n" + command_body(command))
-KAVRI_JOB_FAMILY(write_orca_RE_job, L::SCHED_ORCA_RE, KAVRI_NAMED_CMD_PARAMS(re_name),
-                 KAVRI_NAMED_CMD_ARGS(re_name), KAVRI_QC_FRAME,
-                 format_string("DataDir=%s/%s\n", job_workdir.c_str(), REdir.c_str()) +
-                     format_string("SCRDIR=%s/kavri-RE-%s-%s\n\n", scratch.c_str(),
-                                   re_name.c_str(), job_id_var(backend)) +
-                     command_body(command) + "cd ${DataDir}\nrm -rf $SCRDIR\n\n")
-KAVRI_JOB_FAMILY(write_qchem_RE_job, L::SCHED_QCHEM_RE, KAVRI_NAMED_CMD_PARAMS(re_name),
-                 KAVRI_NAMED_CMD_ARGS(re_name), KAVRI_QC_FRAME,
-                 format_string("SCRDIR=%s/kavri-RE-%s-%s\n", scratch.c_str(), re_name.c_str(),
-                               job_id_var(backend)) +
-                     "mkdir -p $SCRDIR\n\n" + command_body(command) +
-                     "cd ${DataDIR}\nrm -rf $SCRDIR\n\n")
+void Jobscript::write_gaussian_RE_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::string& command,
+                                         const std::string& out_dir) const {
+  write_job_script(backend, qc_frame(script, nodes, ppn, job_name, marker, out_dir),
+                   format_string("DataDir=%s/%s\n\n", job_workdir.c_str(), REdir.c_str()) +
+                       command_body(command));
+}
+void Jobscript::write_gaussian_RE_job(const std::string& script, int nodes, int ppn,
+                                      const std::string& job_name, const std::string& marker,
+                                      const std::string& command, const std::string& out_dir) {
+  write_gaussian_RE_job_on(job_backend_or_fail(L::SCHED_GAUSSIAN_RE), script, nodes, ppn, job_name,
+                           marker, command, out_dir);
+}
+void Jobscript::write_gaussian_RE_job_pbs(const std::string& script, int nodes, int ppn,
+                                          const std::string& job_name, const std::string& marker,
+                                          const std::string& command, const std::string& out_dir) {
+  write_gaussian_RE_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_gaussian_RE_job_slurm(const std::string& script, int nodes, int ppn,
+                                            const std::string& job_name, const std::string& marker,
+                                            const std::string& command,
+                                            const std::string& out_dir) {
+  write_gaussian_RE_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_gaussian_RE_job_lsf(const std::string& script, int nodes, int ppn,
+                                          const std::string& job_name, const std::string& marker,
+                                          const std::string& command, const std::string& out_dir) {
+  write_gaussian_RE_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_gaussian_RE_job_local(const std::string& script, int nodes, int ppn,
+                                            const std::string& job_name, const std::string& marker,
+                                            const std::string& command,
+                                            const std::string& out_dir) {
+  write_gaussian_RE_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+
+void Jobscript::write_RE_mps_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                    const std::string& job_name, const std::string& marker,
+                                    const std::string& command, const std::string& out_dir) const {
+  write_job_script(backend, program_frame(script, nodes, ppn, job_name, marker, out_dir),
+                   format_string("DataDir=%s/%s\n", job_workdir.c_str(), REdir.c_str()) +
+                       "cd ${DataDir}\n\n" + command_body(command));
+}
+void Jobscript::write_RE_mps_job(const std::string& script, int nodes, int ppn,
+                                 const std::string& job_name, const std::string& marker,
+                                 const std::string& command, const std::string& out_dir) {
+  write_RE_mps_job_on(job_backend_or_fail(L::SCHED_RE_MPS), script, nodes, ppn, job_name, marker,
+                      command, out_dir);
+}
+void Jobscript::write_RE_mps_job_pbs(const std::string& script, int nodes, int ppn,
+                                     const std::string& job_name, const std::string& marker,
+                                     const std::string& command, const std::string& out_dir) {
+  write_RE_mps_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_RE_mps_job_slurm(const std::string& script, int nodes, int ppn,
+                                       const std::string& job_name, const std::string& marker,
+                                       const std::string& command, const std::string& out_dir) {
+  write_RE_mps_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_RE_mps_job_lsf(const std::string& script, int nodes, int ppn,
+                                     const std::string& job_name, const std::string& marker,
+                                     const std::string& command, const std::string& out_dir) {
+  write_RE_mps_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+void Jobscript::write_RE_mps_job_local(const std::string& script, int nodes, int ppn,
+                                       const std::string& job_name, const std::string& marker,
+                                       const std::string& command, const std::string& out_dir) {
+  write_RE_mps_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+
+void Jobscript::write_orca_RE_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                     const std::string& job_name, const std::string& marker,
+                                     const std::string& re_name, const std::string& command,
+                                     const std::string& out_dir) const {
+  write_job_script(backend, qc_frame(script, nodes, ppn, job_name, marker, out_dir),
+                   format_string("DataDir=%s/%s\n", job_workdir.c_str(), REdir.c_str()) +
+                       format_string("SCRDIR=%s/kavri-RE-%s-%s\n\n", scratch.c_str(),
+                                     re_name.c_str(), job_id_var(backend)) +
+                       command_body(command) + "cd ${DataDir}\nrm -rf $SCRDIR\n\n");
+}
+void Jobscript::write_orca_RE_job(const std::string& script, int nodes, int ppn,
+                                  const std::string& job_name, const std::string& marker,
+                                  const std::string& re_name, const std::string& command,
+                                  const std::string& out_dir) {
+  write_orca_RE_job_on(job_backend_or_fail(L::SCHED_ORCA_RE), script, nodes, ppn, job_name, marker,
+                       re_name, command, out_dir);
+}
+void Jobscript::write_orca_RE_job_pbs(const std::string& script, int nodes, int ppn,
+                                      const std::string& job_name, const std::string& marker,
+                                      const std::string& re_name, const std::string& command,
+                                      const std::string& out_dir) {
+  write_orca_RE_job_on(kPbs, script, nodes, ppn, job_name, marker, re_name, command, out_dir);
+}
+void Jobscript::write_orca_RE_job_slurm(const std::string& script, int nodes, int ppn,
+                                        const std::string& job_name, const std::string& marker,
+                                        const std::string& re_name, const std::string& command,
+                                        const std::string& out_dir) {
+  write_orca_RE_job_on(kSlurm, script, nodes, ppn, job_name, marker, re_name, command, out_dir);
+}
+void Jobscript::write_orca_RE_job_lsf(const std::string& script, int nodes, int ppn,
+                                      const std::string& job_name, const std::string& marker,
+                                      const std::string& re_name, const std::string& command,
+                                      const std::string& out_dir) {
+  write_orca_RE_job_on(kLsf, script, nodes, ppn, job_name, marker, re_name, command, out_dir);
+}
+void Jobscript::write_orca_RE_job_local(const std::string& script, int nodes, int ppn,
+                                        const std::string& job_name, const std::string& marker,
+                                        const std::string& re_name, const std::string& command,
+                                        const std::string& out_dir) {
+  write_orca_RE_job_on(kLocal, script, nodes, ppn, job_name, marker, re_name, command, out_dir);
+}
+
+void Jobscript::write_qchem_RE_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                      const std::string& job_name, const std::string& marker,
+                                      const std::string& re_name, const std::string& command,
+                                      const std::string& out_dir) const {
+  write_job_script(backend, qc_frame(script, nodes, ppn, job_name, marker, out_dir),
+                   format_string("SCRDIR=%s/kavri-RE-%s-%s\n", scratch.c_str(), re_name.c_str(),
+                                 job_id_var(backend)) +
+                       "mkdir -p $SCRDIR\n\n" + command_body(command) +
+                       "cd ${DataDIR}\nrm -rf $SCRDIR\n\n");
+}
+void Jobscript::write_qchem_RE_job(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& re_name, const std::string& command,
+                                   const std::string& out_dir) {
+  write_qchem_RE_job_on(job_backend_or_fail(L::SCHED_QCHEM_RE), script, nodes, ppn, job_name,
+                        marker, re_name, command, out_dir);
+}
+void Jobscript::write_qchem_RE_job_pbs(const std::string& script, int nodes, int ppn,
+                                       const std::string& job_name, const std::string& marker,
+                                       const std::string& re_name, const std::string& command,
+                                       const std::string& out_dir) {
+  write_qchem_RE_job_on(kPbs, script, nodes, ppn, job_name, marker, re_name, command, out_dir);
+}
+void Jobscript::write_qchem_RE_job_slurm(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::string& re_name, const std::string& command,
+                                         const std::string& out_dir) {
+  write_qchem_RE_job_on(kSlurm, script, nodes, ppn, job_name, marker, re_name, command, out_dir);
+}
+void Jobscript::write_qchem_RE_job_lsf(const std::string& script, int nodes, int ppn,
+                                       const std::string& job_name, const std::string& marker,
+                                       const std::string& re_name, const std::string& command,
+                                       const std::string& out_dir) {
+  write_qchem_RE_job_on(kLsf, script, nodes, ppn, job_name, marker, re_name, command, out_dir);
+}
+void Jobscript::write_qchem_RE_job_local(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::string& re_name, const std::string& command,
+                                         const std::string& out_dir) {
+  write_qchem_RE_job_on(kLocal, script, nodes, ppn, job_name, marker, re_name, command, out_dir);
+}
 
 // ---------------------------------------------------------------- transfer integrals
 
-KAVRI_JOB_FAMILY(write_calc_transint_job, L::SCHED_TRANSINT, KAVRI_NAMED_CMD_PARAMS(pair_dir),
-                 KAVRI_NAMED_CMD_ARGS(pair_dir), KAVRI_PROGRAM_FRAME,
-                 format_string("cd %s\n%s\ncd %s\n\n", pair_dir.c_str(), command.c_str(),
-                               job_workdir.c_str()))
-KAVRI_JOB_FAMILY(write_calc_transint_job_array, L::SCHED_TRANSINT_ARRAY, KAVRI_ARRAY_PARAMS(exe),
-                 KAVRI_ARRAY_ARGS(exe), KAVRI_PROGRAM_ARRAY_FRAME,
-                 transint_task_body(moo_flag != 0, exe, trans_int_list_file,
-                                    job_task_var(backend)))
+void Jobscript::write_calc_transint_job_on(int backend, const std::string& script, int nodes,
+                                           int ppn, const std::string& job_name,
+                                           const std::string& marker, const std::string& pair_dir,
+                                           const std::string& command,
+                                           const std::string& out_dir) const {
+  write_job_script(backend, program_frame(script, nodes, ppn, job_name, marker, out_dir),
+                   format_string("cd %s\n%s\ncd %s\n\n", pair_dir.c_str(), command.c_str(),
+                                 job_workdir.c_str()));
+}
+void Jobscript::write_calc_transint_job(const std::string& script, int nodes, int ppn,
+                                        const std::string& job_name, const std::string& marker,
+                                        const std::string& pair_dir, const std::string& command,
+                                        const std::string& out_dir) {
+  write_calc_transint_job_on(job_backend_or_fail(L::SCHED_TRANSINT), script, nodes, ppn, job_name,
+                             marker, pair_dir, command, out_dir);
+}
+void Jobscript::write_calc_transint_job_pbs(const std::string& script, int nodes, int ppn,
+                                            const std::string& job_name, const std::string& marker,
+                                            const std::string& pair_dir, const std::string& command,
+                                            const std::string& out_dir) {
+  write_calc_transint_job_on(kPbs, script, nodes, ppn, job_name, marker, pair_dir, command,
+                             out_dir);
+}
+void Jobscript::write_calc_transint_job_slurm(const std::string& script, int nodes, int ppn,
+                                              const std::string& job_name,
+                                              const std::string& marker,
+                                              const std::string& pair_dir,
+                                              const std::string& command,
+                                              const std::string& out_dir) {
+  write_calc_transint_job_on(kSlurm, script, nodes, ppn, job_name, marker, pair_dir, command,
+                             out_dir);
+}
+void Jobscript::write_calc_transint_job_lsf(const std::string& script, int nodes, int ppn,
+                                            const std::string& job_name, const std::string& marker,
+                                            const std::string& pair_dir, const std::string& command,
+                                            const std::string& out_dir) {
+  write_calc_transint_job_on(kLsf, script, nodes, ppn, job_name, marker, pair_dir, command,
+                             out_dir);
+}
+void Jobscript::write_calc_transint_job_local(const std::string& script, int nodes, int ppn,
+                                              const std::string& job_name,
+                                              const std::string& marker,
+                                              const std::string& pair_dir,
+                                              const std::string& command,
+                                              const std::string& out_dir) {
+  write_calc_transint_job_on(kLocal, script, nodes, ppn, job_name, marker, pair_dir, command,
+                             out_dir);
+}
+
+void Jobscript::write_calc_transint_job_array_on(int backend, const std::string& script, int nodes,
+                                                 int ppn, const std::string& job_name,
+                                                 const std::string& marker,
+                                                 const std::vector<int>& tasks, int ntasks,
+                                                 const std::string& exe,
+                                                 const std::string& out_dir) const {
+  write_job_script(
+      backend, program_array_frame(script, nodes, ppn, job_name, marker, tasks, ntasks, out_dir),
+      transint_task_body(moo_flag != 0, exe, trans_int_list_file, job_task_var(backend)));
+}
+void Jobscript::write_calc_transint_job_array(const std::string& script, int nodes, int ppn,
+                                              const std::string& job_name,
+                                              const std::string& marker,
+                                              const std::vector<int>& tasks, int ntasks,
+                                              const std::string& exe, const std::string& out_dir) {
+  write_calc_transint_job_array_on(job_backend_or_fail(L::SCHED_TRANSINT_ARRAY), script, nodes, ppn,
+                                   job_name, marker, tasks, ntasks, exe, out_dir);
+}
+void Jobscript::write_calc_transint_job_array_pbs(const std::string& script, int nodes, int ppn,
+                                                  const std::string& job_name,
+                                                  const std::string& marker,
+                                                  const std::vector<int>& tasks, int ntasks,
+                                                  const std::string& exe,
+                                                  const std::string& out_dir) {
+  write_calc_transint_job_array_on(kPbs, script, nodes, ppn, job_name, marker, tasks, ntasks, exe,
+                                   out_dir);
+}
+void Jobscript::write_calc_transint_job_array_slurm(const std::string& script, int nodes, int ppn,
+                                                    const std::string& job_name,
+                                                    const std::string& marker,
+                                                    const std::vector<int>& tasks, int ntasks,
+                                                    const std::string& exe,
+                                                    const std::string& out_dir) {
+  write_calc_transint_job_array_on(kSlurm, script, nodes, ppn, job_name, marker, tasks, ntasks, exe,
+                                   out_dir);
+}
+void Jobscript::write_calc_transint_job_array_lsf(const std::string& script, int nodes, int ppn,
+                                                  const std::string& job_name,
+                                                  const std::string& marker,
+                                                  const std::vector<int>& tasks, int ntasks,
+                                                  const std::string& exe,
+                                                  const std::string& out_dir) {
+  write_calc_transint_job_array_on(kLsf, script, nodes, ppn, job_name, marker, tasks, ntasks, exe,
+                                   out_dir);
+}
+void Jobscript::write_calc_transint_job_array_local(const std::string& script, int nodes, int ppn,
+                                                    const std::string& job_name,
+                                                    const std::string& marker,
+                                                    const std::vector<int>& tasks, int ntasks,
+                                                    const std::string& exe,
+                                                    const std::string& out_dir) {
+  write_calc_transint_job_array_on(kLocal, script, nodes, ppn, job_name, marker, tasks, ntasks, exe,
+                                   out_dir);
+}
 
 // ---------------------------------------------------------------- HOMO/LUMO calculations
 
-KAVRI_JOB_FAMILY(write_gaussian_HL_job, L::SCHED_GAUSSIAN_HL, KAVRI_HL_PARAMS, KAVRI_HL_ARGS,
-                 KAVRI_QC_FRAME,
-                 gaussian_hl_body(KAVRI_HL_JOB, qc_exe, chk_formatter, orbital_file_converter))
-KAVRI_JOB_FAMILY(write_orca_HL_job, L::SCHED_ORCA_HL, KAVRI_HL_PARAMS, KAVRI_HL_ARGS,
-                 KAVRI_QC_FRAME,
-                 orca_hl_body(KAVRI_HL_JOB, false, scratch, job_id_var(backend), "", qc_exe,
-                              unnamed_string, orca_orbital_converter))
-KAVRI_JOB_FAMILY(write_qchem_HL_job, L::SCHED_QCHEM_HL, KAVRI_HL_PARAMS, KAVRI_HL_ARGS,
-                 KAVRI_QC_FRAME, qchem_hl_body(KAVRI_HL_JOB, qc_exe, ppn, orbital_file_converter))
+void Jobscript::write_gaussian_HL_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::string& name,
+                                         const std::string& out_dir) const {
+  write_job_script(backend, qc_frame(script, nodes, ppn, job_name, marker, out_dir),
+                   gaussian_hl_body(HLJob{job_workdir, HLdir, JOBSdir, name, name}, qc_exe,
+                                    chk_formatter, orbital_file_converter));
+}
+void Jobscript::write_gaussian_HL_job(const std::string& script, int nodes, int ppn,
+                                      const std::string& job_name, const std::string& marker,
+                                      const std::string& name, const std::string& out_dir) {
+  write_gaussian_HL_job_on(job_backend_or_fail(L::SCHED_GAUSSIAN_HL), script, nodes, ppn, job_name,
+                           marker, name, out_dir);
+}
+void Jobscript::write_gaussian_HL_job_pbs(const std::string& script, int nodes, int ppn,
+                                          const std::string& job_name, const std::string& marker,
+                                          const std::string& name, const std::string& out_dir) {
+  write_gaussian_HL_job_on(kPbs, script, nodes, ppn, job_name, marker, name, out_dir);
+}
+void Jobscript::write_gaussian_HL_job_slurm(const std::string& script, int nodes, int ppn,
+                                            const std::string& job_name, const std::string& marker,
+                                            const std::string& name, const std::string& out_dir) {
+  write_gaussian_HL_job_on(kSlurm, script, nodes, ppn, job_name, marker, name, out_dir);
+}
+void Jobscript::write_gaussian_HL_job_lsf(const std::string& script, int nodes, int ppn,
+                                          const std::string& job_name, const std::string& marker,
+                                          const std::string& name, const std::string& out_dir) {
+  write_gaussian_HL_job_on(kLsf, script, nodes, ppn, job_name, marker, name, out_dir);
+}
+void Jobscript::write_gaussian_HL_job_local(const std::string& script, int nodes, int ppn,
+                                            const std::string& job_name, const std::string& marker,
+                                            const std::string& name, const std::string& out_dir) {
+  write_gaussian_HL_job_on(kLocal, script, nodes, ppn, job_name, marker, name, out_dir);
+}
+
+void Jobscript::write_orca_HL_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                     const std::string& job_name, const std::string& marker,
+                                     const std::string& name, const std::string& out_dir) const {
+  write_job_script(
+      backend, qc_frame(script, nodes, ppn, job_name, marker, out_dir),
+      orca_hl_body(HLJob{job_workdir, HLdir, JOBSdir, name, name}, false, scratch,
+                   job_id_var(backend), "", qc_exe, unnamed_string, orca_orbital_converter));
+}
+void Jobscript::write_orca_HL_job(const std::string& script, int nodes, int ppn,
+                                  const std::string& job_name, const std::string& marker,
+                                  const std::string& name, const std::string& out_dir) {
+  write_orca_HL_job_on(job_backend_or_fail(L::SCHED_ORCA_HL), script, nodes, ppn, job_name, marker,
+                       name, out_dir);
+}
+void Jobscript::write_orca_HL_job_pbs(const std::string& script, int nodes, int ppn,
+                                      const std::string& job_name, const std::string& marker,
+                                      const std::string& name, const std::string& out_dir) {
+  write_orca_HL_job_on(kPbs, script, nodes, ppn, job_name, marker, name, out_dir);
+}
+void Jobscript::write_orca_HL_job_slurm(const std::string& script, int nodes, int ppn,
+                                        const std::string& job_name, const std::string& marker,
+                                        const std::string& name, const std::string& out_dir) {
+  write_orca_HL_job_on(kSlurm, script, nodes, ppn, job_name, marker, name, out_dir);
+}
+void Jobscript::write_orca_HL_job_lsf(const std::string& script, int nodes, int ppn,
+                                      const std::string& job_name, const std::string& marker,
+                                      const std::string& name, const std::string& out_dir) {
+  write_orca_HL_job_on(kLsf, script, nodes, ppn, job_name, marker, name, out_dir);
+}
+void Jobscript::write_orca_HL_job_local(const std::string& script, int nodes, int ppn,
+                                        const std::string& job_name, const std::string& marker,
+                                        const std::string& name, const std::string& out_dir) {
+  write_orca_HL_job_on(kLocal, script, nodes, ppn, job_name, marker, name, out_dir);
+}
+
+void Jobscript::write_qchem_HL_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                      const std::string& job_name, const std::string& marker,
+                                      const std::string& name, const std::string& out_dir) const {
+  write_job_script(backend, qc_frame(script, nodes, ppn, job_name, marker, out_dir),
+                   qchem_hl_body(HLJob{job_workdir, HLdir, JOBSdir, name, name}, qc_exe, ppn,
+                                 orbital_file_converter));
+}
+void Jobscript::write_qchem_HL_job(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::string& name, const std::string& out_dir) {
+  write_qchem_HL_job_on(job_backend_or_fail(L::SCHED_QCHEM_HL), script, nodes, ppn, job_name,
+                        marker, name, out_dir);
+}
+void Jobscript::write_qchem_HL_job_pbs(const std::string& script, int nodes, int ppn,
+                                       const std::string& job_name, const std::string& marker,
+                                       const std::string& name, const std::string& out_dir) {
+  write_qchem_HL_job_on(kPbs, script, nodes, ppn, job_name, marker, name, out_dir);
+}
+void Jobscript::write_qchem_HL_job_slurm(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::string& name, const std::string& out_dir) {
+  write_qchem_HL_job_on(kSlurm, script, nodes, ppn, job_name, marker, name, out_dir);
+}
+void Jobscript::write_qchem_HL_job_lsf(const std::string& script, int nodes, int ppn,
+                                       const std::string& job_name, const std::string& marker,
+                                       const std::string& name, const std::string& out_dir) {
+  write_qchem_HL_job_on(kLsf, script, nodes, ppn, job_name, marker, name, out_dir);
+}
+void Jobscript::write_qchem_HL_job_local(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::string& name, const std::string& out_dir) {
+  write_qchem_HL_job_on(kLocal, script, nodes, ppn, job_name, marker, name, out_dir);
+}
+
+// ---------------------------------------------------------------- HOMO/LUMO job arrays
 
 // The SLURM Gaussian array marks failed tasks with the PBS task variable, as its scripts
 // always have; the other back-ends use their own.
-KAVRI_JOB_FAMILY(write_gaussian_HL_job_array, L::SCHED_GAUSSIAN_HL_ARRAY,
-                 KAVRI_ARRAY_PARAMS(prefix), KAVRI_ARRAY_ARGS(prefix), KAVRI_QC_ARRAY_FRAME,
-                 gaussian_hl_body(KAVRI_HL_TASK(job_task_var(backend == 1 ? 0 : backend)),
-                                  qc_exe, chk_formatter, orbital_file_converter))
-KAVRI_JOB_FAMILY(write_orca_HL_job_array, L::SCHED_ORCA_HL_ARRAY, KAVRI_ARRAY_PARAMS(prefix),
-                 KAVRI_ARRAY_ARGS(prefix), KAVRI_QC_ARRAY_FRAME,
-                 orca_hl_body(KAVRI_HL_TASK(job_task_var(backend)), true, scratch,
-                              job_id_var(backend), job_task_var(backend), qc_exe,
-                              unnamed_string, orca_orbital_converter))
-KAVRI_JOB_FAMILY(write_qchem_HL_job_array, L::SCHED_QCHEM_HL_ARRAY, KAVRI_ARRAY_PARAMS(prefix),
-                 KAVRI_ARRAY_ARGS(prefix), KAVRI_QC_ARRAY_FRAME,
-                 qchem_hl_body(KAVRI_HL_TASK(job_task_var(backend)), qc_exe, ppn,
-                               orbital_file_converter))
+void Jobscript::write_gaussian_HL_job_array_on(int backend, const std::string& script, int nodes,
+                                               int ppn, const std::string& job_name,
+                                               const std::string& marker,
+                                               const std::vector<int>& tasks, int ntasks,
+                                               const std::string& prefix,
+                                               const std::string& out_dir) const {
+  write_job_script(
+      backend, qc_array_frame(script, nodes, ppn, job_name, marker, tasks, ntasks, out_dir),
+      gaussian_hl_body(HLJob{job_workdir, HLdir, JOBSdir, prefix + "-" + job_task_var(backend),
+                             prefix + "-" + job_task_var(backend == kSlurm ? kPbs : backend)},
+                       qc_exe, chk_formatter, orbital_file_converter));
+}
+void Jobscript::write_gaussian_HL_job_array(const std::string& script, int nodes, int ppn,
+                                            const std::string& job_name, const std::string& marker,
+                                            const std::vector<int>& tasks, int ntasks,
+                                            const std::string& prefix, const std::string& out_dir) {
+  write_gaussian_HL_job_array_on(job_backend_or_fail(L::SCHED_GAUSSIAN_HL_ARRAY), script, nodes,
+                                 ppn, job_name, marker, tasks, ntasks, prefix, out_dir);
+}
+void Jobscript::write_gaussian_HL_job_array_pbs(const std::string& script, int nodes, int ppn,
+                                                const std::string& job_name,
+                                                const std::string& marker,
+                                                const std::vector<int>& tasks, int ntasks,
+                                                const std::string& prefix,
+                                                const std::string& out_dir) {
+  write_gaussian_HL_job_array_on(kPbs, script, nodes, ppn, job_name, marker, tasks, ntasks, prefix,
+                                 out_dir);
+}
+void Jobscript::write_gaussian_HL_job_array_slurm(const std::string& script, int nodes, int ppn,
+                                                  const std::string& job_name,
+                                                  const std::string& marker,
+                                                  const std::vector<int>& tasks, int ntasks,
+                                                  const std::string& prefix,
+                                                  const std::string& out_dir) {
+  write_gaussian_HL_job_array_on(kSlurm, script, nodes, ppn, job_name, marker, tasks, ntasks,
+                                 prefix, out_dir);
+}
+void Jobscript::write_gaussian_HL_job_array_lsf(const std::string& script, int nodes, int ppn,
+                                                const std::string& job_name,
+                                                const std::string& marker,
+                                                const std::vector<int>& tasks, int ntasks,
+                                                const std::string& prefix,
+                                                const std::string& out_dir) {
+  write_gaussian_HL_job_array_on(kLsf, script, nodes, ppn, job_name, marker, tasks, ntasks, prefix,
+                                 out_dir);
+}
+void Jobscript::write_gaussian_HL_job_array_local(const std::string& script, int nodes, int ppn,
+                                                  const std::string& job_name,
+                                                  const std::string& marker,
+                                                  const std::vector<int>& tasks, int ntasks,
+                                                  const std::string& prefix,
+                                                  const std::string& out_dir) {
+  write_gaussian_HL_job_array_on(kLocal, script, nodes, ppn, job_name, marker, tasks, ntasks,
+                                 prefix, out_dir);
+}
+
+void Jobscript::write_orca_HL_job_array_on(int backend, const std::string& script, int nodes,
+                                           int ppn, const std::string& job_name,
+                                           const std::string& marker, const std::vector<int>& tasks,
+                                           int ntasks, const std::string& prefix,
+                                           const std::string& out_dir) const {
+  write_job_script(
+      backend, qc_array_frame(script, nodes, ppn, job_name, marker, tasks, ntasks, out_dir),
+      orca_hl_body(HLJob{job_workdir, HLdir, JOBSdir, prefix + "-" + job_task_var(backend),
+                         prefix + "-" + job_task_var(backend)},
+                   true, scratch, job_id_var(backend), job_task_var(backend), qc_exe,
+                   unnamed_string, orca_orbital_converter));
+}
+void Jobscript::write_orca_HL_job_array(const std::string& script, int nodes, int ppn,
+                                        const std::string& job_name, const std::string& marker,
+                                        const std::vector<int>& tasks, int ntasks,
+                                        const std::string& prefix, const std::string& out_dir) {
+  write_orca_HL_job_array_on(job_backend_or_fail(L::SCHED_ORCA_HL_ARRAY), script, nodes, ppn,
+                             job_name, marker, tasks, ntasks, prefix, out_dir);
+}
+void Jobscript::write_orca_HL_job_array_pbs(const std::string& script, int nodes, int ppn,
+                                            const std::string& job_name, const std::string& marker,
+                                            const std::vector<int>& tasks, int ntasks,
+                                            const std::string& prefix, const std::string& out_dir) {
+  write_orca_HL_job_array_on(kPbs, script, nodes, ppn, job_name, marker, tasks, ntasks, prefix,
+                             out_dir);
+}
+void Jobscript::write_orca_HL_job_array_slurm(const std::string& script, int nodes, int ppn,
+                                              const std::string& job_name,
+                                              const std::string& marker,
+                                              const std::vector<int>& tasks, int ntasks,
+                                              const std::string& prefix,
+                                              const std::string& out_dir) {
+  write_orca_HL_job_array_on(kSlurm, script, nodes, ppn, job_name, marker, tasks, ntasks, prefix,
+                             out_dir);
+}
+void Jobscript::write_orca_HL_job_array_lsf(const std::string& script, int nodes, int ppn,
+                                            const std::string& job_name, const std::string& marker,
+                                            const std::vector<int>& tasks, int ntasks,
+                                            const std::string& prefix, const std::string& out_dir) {
+  write_orca_HL_job_array_on(kLsf, script, nodes, ppn, job_name, marker, tasks, ntasks, prefix,
+                             out_dir);
+}
+void Jobscript::write_orca_HL_job_array_local(const std::string& script, int nodes, int ppn,
+                                              const std::string& job_name,
+                                              const std::string& marker,
+                                              const std::vector<int>& tasks, int ntasks,
+                                              const std::string& prefix,
+                                              const std::string& out_dir) {
+  write_orca_HL_job_array_on(kLocal, script, nodes, ppn, job_name, marker, tasks, ntasks, prefix,
+                             out_dir);
+}
+
+void Jobscript::write_qchem_HL_job_array_on(int backend, const std::string& script, int nodes,
+                                            int ppn, const std::string& job_name,
+                                            const std::string& marker,
+                                            const std::vector<int>& tasks, int ntasks,
+                                            const std::string& prefix,
+                                            const std::string& out_dir) const {
+  write_job_script(
+      backend, qc_array_frame(script, nodes, ppn, job_name, marker, tasks, ntasks, out_dir),
+      qchem_hl_body(HLJob{job_workdir, HLdir, JOBSdir, prefix + "-" + job_task_var(backend),
+                          prefix + "-" + job_task_var(backend)},
+                    qc_exe, ppn, orbital_file_converter));
+}
+void Jobscript::write_qchem_HL_job_array(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::vector<int>& tasks, int ntasks,
+                                         const std::string& prefix, const std::string& out_dir) {
+  write_qchem_HL_job_array_on(job_backend_or_fail(L::SCHED_QCHEM_HL_ARRAY), script, nodes, ppn,
+                              job_name, marker, tasks, ntasks, prefix, out_dir);
+}
+void Jobscript::write_qchem_HL_job_array_pbs(const std::string& script, int nodes, int ppn,
+                                             const std::string& job_name, const std::string& marker,
+                                             const std::vector<int>& tasks, int ntasks,
+                                             const std::string& prefix,
+                                             const std::string& out_dir) {
+  write_qchem_HL_job_array_on(kPbs, script, nodes, ppn, job_name, marker, tasks, ntasks, prefix,
+                              out_dir);
+}
+void Jobscript::write_qchem_HL_job_array_slurm(const std::string& script, int nodes, int ppn,
+                                               const std::string& job_name,
+                                               const std::string& marker,
+                                               const std::vector<int>& tasks, int ntasks,
+                                               const std::string& prefix,
+                                               const std::string& out_dir) {
+  write_qchem_HL_job_array_on(kSlurm, script, nodes, ppn, job_name, marker, tasks, ntasks, prefix,
+                              out_dir);
+}
+void Jobscript::write_qchem_HL_job_array_lsf(const std::string& script, int nodes, int ppn,
+                                             const std::string& job_name, const std::string& marker,
+                                             const std::vector<int>& tasks, int ntasks,
+                                             const std::string& prefix,
+                                             const std::string& out_dir) {
+  write_qchem_HL_job_array_on(kLsf, script, nodes, ppn, job_name, marker, tasks, ntasks, prefix,
+                              out_dir);
+}
+void Jobscript::write_qchem_HL_job_array_local(const std::string& script, int nodes, int ppn,
+                                               const std::string& job_name,
+                                               const std::string& marker,
+                                               const std::vector<int>& tasks, int ntasks,
+                                               const std::string& prefix,
+                                               const std::string& out_dir) {
+  write_qchem_HL_job_array_on(kLocal, script, nodes, ppn, job_name, marker, tasks, ntasks, prefix,
+                              out_dir);
+}

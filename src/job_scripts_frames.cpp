@@ -10,8 +10,6 @@
 
 namespace {
 
-enum Backend { kPbs = 0, kSlurm = 1, kLsf = 2, kLocal = 3 };
-
 // Names of the back-ends in the progress line; "gaussian" in that line stands for every
 // job kind.
 const char* const kBackendNames[4] = {"PBS", "SLURM", "LSF", "LOCAL"};
