@@ -160,7 +160,7 @@ Jobscript::JobFrame Jobscript::qc_array_frame(const std::string& script, int nod
   return JobFrame{script, nodes, ppn, job_name, marker, out_dir, true, true, tasks, ntasks};
 }
 
-// ---------------------------------------------------------------- one-command jobs: site energies, Monte Carlo, master equation, mobility, RE collection
+// ---------------------------------------------------------------- one-command jobs
 
 void Jobscript::write_calc_siteEner_job_on(int backend, const std::string& script, int nodes,
                                            int ppn, const std::string& job_name,
