@@ -206,6 +206,8 @@ class Transport : public KavriInp {
     double centre[3];  // fractional
     double radius;     // angstrom
     bool any;          // false when the molecule has no atom with finite coordinates
+    double cart_centre[3];      // L * centre
+    std::vector<double> cart;   // L * position of each atom, 3 per atom (NaN where not finite)
   };
   std::vector<BoundingSphere> spheres;
   // Round-off bounds of the contact tests (search_margin.h): the lattice's condition number,
@@ -232,6 +234,10 @@ class Transport : public KavriInp {
   std::vector<AtomGrid> atom_grids;
   void build_atom_grid(int j, double rc);
   bool within_rcut_grid(int i, int j, const int shift[3], double rc2, double* dsq);
+  // Contact test of the other molecule pairs: the Cartesian positions computed once per
+  // molecule pass over atoms of i too far from the image of j's sphere, and atom pairs too far
+  // apart, before the exact test. Same answer and first pair as check_if_molecule_within_rcut.
+  bool within_rcut_cart(int i, int j, const int shift[3], double rc2, double* dsq) const;
 
  public:
   // Atom-pair count above which the contact test uses the atom grid (tests lower it).

@@ -113,7 +113,7 @@ bool finite3(const double* v) {
 }  // namespace
 
 void Transport::prepare_bounding_spheres(double rc2) {
-  spheres.assign(nmols_uc, BoundingSphere{{0, 0, 0}, 0.0, false});
+  spheres.assign(nmols_uc, BoundingSphere{{0, 0, 0}, 0.0, false, {0, 0, 0}, {}});
   coordinate_scale = 0.0;
   for (int i = 0; i < nmols_uc; ++i) {
     BoundingSphere& s = spheres[i];
@@ -136,6 +136,10 @@ void Transport::prepare_bounding_spheres(double rc2) {
       for (double v : cart) coordinate_scale = std::max(coordinate_scale, std::fabs(v));
     }
     s.any = std::isfinite(s.radius);
+    mat_vec_mul(latt, s.centre, s.cart_centre);
+    s.cart.assign(3 * static_cast<size_t>(mol_natoms[i]), NAN);
+    for (int p = 0; p < mol_natoms[i]; ++p)
+      if (finite3(&mol_x_s[i][3 * p])) mat_vec_mul(latt, &mol_x_s[i][3 * p], &s.cart[3 * p]);
   }
   lattice_kappa = search_margin::lattice_condition(latt, latt_inv);
   double lattice_norm = 0.0;
@@ -312,6 +316,51 @@ bool Transport::within_rcut_grid(int i, int j, const int shift[3], double rc2, d
   return false;
 }
 
+bool Transport::within_rcut_cart(int i, int j, const int shift[3], double rc2,
+                                 double* dsq) const {
+  const int ni = mol_natoms[i];
+  const int nj = mol_natoms[j];
+  if (ni <= 0) return false;
+  const BoundingSphere& si = spheres[i];
+  const BoundingSphere& sj = spheres[j];
+  const double s[3] = {static_cast<double>(shift[0]), static_cast<double>(shift[1]),
+                       static_cast<double>(shift[2])};
+  double move[3];  // Cartesian translation of the image
+  for (int k = 0; k < 3; ++k) move[k] = latt[k][0] * s[0] + latt[k][1] * s[1] + latt[k][2] * s[2];
+  const double image_centre[3] = {sj.cart_centre[0] + move[0], sj.cart_centre[1] + move[1],
+                                  sj.cart_centre[2] + move[2]};
+  // Differences of products L f stand for products of differences: the same round-off bound
+  // as the atom grid's (search_margin.h).
+  const double pair_reach = search_margin::widened(std::sqrt(rc2), lattice_kappa,
+                                                   coordinate_scale);
+  const double atom_reach = search_margin::widened(std::sqrt(rc2) + sj.radius, lattice_kappa,
+                                                   coordinate_scale);
+  const double pair_reach2 = pair_reach * pair_reach, atom_reach2 = atom_reach * atom_reach;
+  const double* pi = mol_x_s[i].data();
+  const double* pj = mol_x_s[j].data();
+  for (int p = 0; p < ni; ++p) {
+    const double* cp = &si.cart[3 * p];
+    // Atoms with a non-finite coordinate never pass the exact test (NaN compares false).
+    const double e[3] = {cp[0] - image_centre[0], cp[1] - image_centre[1],
+                         cp[2] - image_centre[2]};
+    if (!(e[0] * e[0] + e[1] * e[1] + e[2] * e[2] <= atom_reach2)) continue;
+    const double at[3] = {cp[0] - move[0], cp[1] - move[1], cp[2] - move[2]};
+    for (int q = 0; q < nj; ++q) {
+      const double* cq = &sj.cart[3 * q];
+      const double c[3] = {cq[0] - at[0], cq[1] - at[1], cq[2] - at[2]};
+      if (!(c[0] * c[0] + c[1] * c[1] + c[2] * c[2] <= pair_reach2)) continue;
+      double d[3];
+      for (int k = 0; k < 3; ++k) d[k] = pj[3 * q + k] - pi[3 * p + k] + s[k];
+      const double d2 = cart_length_sq(latt, d);
+      if (d2 < rc2) {
+        *dsq = d2;
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
 void Transport::search_neighbors(int i, double rc2, std::vector<int>& cand,
                                  std::vector<double>& key) {
   cand.clear();
@@ -364,7 +413,7 @@ void Transport::search_neighbors(int i, double rc2, std::vector<int>& cand,
           const bool large = static_cast<long>(mol_natoms[i]) * mol_natoms[j] >
                              contact_grid_threshold;
           if (large ? !within_rcut_grid(i, j, shift, rc2, &dsq)
-                    : !check_if_molecule_within_rcut(i, j, shift, rc2, &dsq))
+                    : !within_rcut_cart(i, j, shift, rc2, &dsq))
             continue;
           found.push_back({c, b, a, j});
           if (static_cast<int>(found.size()) >= NNEIMAX) break;
