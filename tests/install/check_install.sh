@@ -50,12 +50,16 @@ cp -r "$PREFIX/share/doc/kavri/examples/anthracene" "$RUN"
 (cd "$RUN" && "$PREFIX/bin/kavri_siteenergy" >"$ROOT/run.log") ||
   { cat "$ROOT/run.log"; fail "installed kavri_siteenergy on the installed example"; }
 grep -qx '\*\*\* Successfully done\.' "$ROOT/run.log" || fail "example run did not succeed"
-[ -s "$RUN/data/EH.dat" ] && [ -s "$RUN/data/EL.dat" ] || fail "example wrote no EH.dat/EL.dat"
+for f in EH.dat EL.dat; do
+  [ -s "$RUN/data/$f" ] || fail "the installed example wrote no $f"
+done
 
-cmake -S "$HERE/consumer" -B "$ROOT/consumer" -DCMAKE_PREFIX_PATH="$PREFIX" \
-  -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_EXE_LINKER_FLAGS="$LINK_FLAGS" >"$ROOT/consumer.log" 2>&1 &&
-  cmake --build "$ROOT/consumer" >>"$ROOT/consumer.log" 2>&1 ||
-  { cat "$ROOT/consumer.log"; fail "consumer build against the installed package"; }
+if ! { cmake -S "$HERE/consumer" -B "$ROOT/consumer" -DCMAKE_PREFIX_PATH="$PREFIX" \
+  -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_EXE_LINKER_FLAGS="$LINK_FLAGS" &&
+  cmake --build "$ROOT/consumer"; } >"$ROOT/consumer.log" 2>&1; then
+  cat "$ROOT/consumer.log"
+  fail "consumer build against the installed package"
+fi
 [ "$(cd "$RUN" && "$ROOT/consumer/kavri_consumer")" = "KAVRI $VERSION: slurm job scripts" ] ||
   fail "consumer output"
 echo "PASS: installed tree, example and consumer build"
