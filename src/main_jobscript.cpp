@@ -28,13 +28,11 @@ namespace {
 const CliCommand kCommand{
     "kavri_jobscript",
     "write the batch job script that runs kavri_siteenergy, or check a finished job",
-    "[-config file] [-sched name] [-queue name] [-walltime time] [-nodes n] [-ppn n] "
-    "[-nodelist list] [-script name] [-job name] [-marker file] [-outdir dir] [-workdir dir] "
-    "[-command text] [-check] [-verbose]",
+    "[-check] [options]",
     {{"-config", 1, "FILE", "input file to read (kavri.inp)"},
      {"-sched", 1, "NAME", "scheduler: pbs, slurm, lsf or local (sched_type)"},
      {"-queue", 1, "NAME", "queue or partition (queue_name)"},
-     {"-walltime", 1, "TIME", "wall time, D-HH:MM:SS, HH:MM:SS or whole hours (walltime; 1)"},
+     {"-walltime", 1, "TIME", "D-HH:MM:SS, HH:MM:SS or whole hours (walltime; 1 hour)"},
      {"-nodes", 1, "N", "number of nodes (qc_nodes; 1)"},
      {"-ppn", 1, "N", "processes per node (qc_ppn; 1)"},
      {"-nodelist", 1, "LIST", "nodes the job may run on (nodelist; empty: any)"},
@@ -46,8 +44,7 @@ const CliCommand kCommand{
      {"-outdir", 1, "DIR", "directory of the job's standard output, created when missing (.)"},
      {"-workdir", 1, "DIR", "directory of the marker file (the current directory)"},
      {"-command", 1, "TEXT", "command the job runs (kavri_siteenergy -config <file>)"},
-     {"-check", 0, "", "check the job instead: its standard output <outdir>/stdout-<job> and "
-                       "the site-energy files"},
+     {"-check", 0, "", "check the ended job: <outdir>/stdout-<job> and the site-energy files"},
      {"-verbose", 0, "", "progress messages"}},
     "A command-line option overrides the input file, which overrides the environment\n"
     "(KAVRI_JOB_SCHED, KAVRI_JOB_QUEUE). Nodes, processes per node and wall time that neither\n"

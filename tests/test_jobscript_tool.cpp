@@ -118,9 +118,6 @@ TEST_F(JobscriptTool, RefusesUnknownSchedulerAndBadValues) {
     EXPECT_EQ(run(std::string("-sched slurm ") + bad), 1) << bad;
   EXPECT_FALSE(fs::exists(dir / "siteenergy.slurm"));
   EXPECT_FALSE(fs::exists(dir / "siteenergy.pbs"));
-
-  EXPECT_EQ(run("--version"), 0);
-  EXPECT_EQ(out.rfind("kavri_jobscript (KAVRI charge-transport suite) ", 0), 0u) << out;
 }
 
 // -check reads <outdir>/stdout-<job>: success needs the success line and the outputs.
