@@ -56,7 +56,7 @@ bool parse_cli(const CliCommand& cmd, int argc, const char* const* argv, CliArgs
                std::string& error) {
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
-    if (arg == "-h" || arg == "--help" || arg == "--version") {
+    if (arg == "-h" || arg == "--help" || arg == "--version" || arg == "--manpage") {
       out.given[arg].emplace_back();
       continue;
     }
@@ -106,6 +106,7 @@ std::string cli_usage(const CliCommand& cmd) {
   for (const CliOption& o : cmd.options) row(option_head(o), o.help);
   row("-h, --help", "print this text and exit");
   row("--version", "print the version and exit");
+  row("--manpage", "print the man page (troff) and exit");
   if (cmd.details && *cmd.details) text += std::string("\n") + cmd.details;
   return text;
 }

@@ -41,8 +41,9 @@ struct CliArgs {
 };
 
 // Parses argv[1..] against the table. On an unknown option or a missing value, `error`
-// is set to a one-line message and false is returned. `-h`, `--help` and `--version` are
-// always known (flags); callers look for them first.
+// is set to a one-line message and false is returned. `-h`, `--help`, `--version` and
+// `--manpage` (the build writes the installed man page with it) are always known (flags);
+// callers look for them first.
 bool parse_cli(const CliCommand& cmd, int argc, const char* const* argv, CliArgs& out,
                std::string& error);
 

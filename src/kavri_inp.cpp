@@ -83,6 +83,7 @@ int KavriInp::read_kavri_inp(const char* file_name, bool verbose) {
   load_kavri_inp_file(file_name, verbose);
   if (verbose) std::printf("Reading config file \"%s\"... \n", file_name);
   reading_verbose = verbose;
+  keys_given.clear();
 
   for (int i = 0; i < nlines(); ++i) {
     std::string line = trimmed(lines[i]);
@@ -109,8 +110,14 @@ void KavriInp::apply_keyword(const std::string& key, const std::string& raw_valu
     fail(kavri_inp_lines::UNKNOWN_KEY,
          "\nUnknown parameter \"" + key + "\" in file kavri.inp!!!\n\n", -1);
   }
+  keys_given.emplace_back(row->key);
   store_value(*row, raw_value);
   if (row->action) row->action(*this, raw_value);
+}
+
+bool KavriInp::key_given(const std::string& key) const {
+  const KeywordRow* row = find_keyword(key);
+  return row && std::find(keys_given.begin(), keys_given.end(), row->key) != keys_given.end();
 }
 
 const KavriInp::KeywordRow* KavriInp::find_keyword(const std::string& key) {

@@ -44,6 +44,8 @@ class KavriInp : public FileIO, public Jobscript {
 
   // Applies one "key = value" line of the "&transport" section; fatal for an unknown key.
   void apply_keyword(const std::string& key, const std::string& raw_value);
+  // Whether the file of the last read set `key` (under its name or its older spelling).
+  bool key_given(const std::string& key) const;
 
  protected:
   // ---- keyword table of the "&transport" section (rows in kavri_inp_keys.cpp)
@@ -91,6 +93,7 @@ class KavriInp : public FileIO, public Jobscript {
   std::vector<std::string> lines;
   int nlines() const { return static_cast<int>(lines.size()); }
   std::string input_file_name;
+  std::vector<std::string> keys_given;  // table names of the keys the file set, in file order
   std::string qc_inp_append;
   bool input_read = false;
 

@@ -30,6 +30,10 @@ TEST(CliOptions, ParsesCountsRestListsRepeatsAndPositionals) {
   ASSERT_EQ(a.given.at("-write").size(), 2u);
   EXPECT_TRUE(a.has("-json"));
   EXPECT_EQ(a.value("-vectors", "none"), "none");
+
+  CliArgs b;  // the flags every command knows
+  ASSERT_TRUE(parse({"--manpage", "--version", "-h"}, b, err)) << err;
+  EXPECT_TRUE(b.has("--manpage") && b.has("--version") && b.has("-h"));
 }
 
 TEST(CliOptions, RefusesUnknownMissingAndRepeatedOptions) {

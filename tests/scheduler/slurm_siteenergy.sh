@@ -12,6 +12,11 @@
 #    and remove its marker file.
 # 2. A transfer-integral array script over tasks 3,7,9 with a job-slot limit of 2 is
 #    submitted; exactly the listed tasks must run, each writing its own output file.
+# 3. Site-energy scripts written from kavri_jobscript's options alone (-sched, -queue,
+#    -walltime, -nodes, -ppn, -nodelist; no scheduler keys in kavri.inp) into an output
+#    directory that does not exist yet, one for a good run and one whose energy table is
+#    missing: SLURM reports both as completed, `kavri_jobscript -check` passes the first and
+#    fails the second.
 #
 # Installs slurmctld, slurmd, slurm-client and munge with apt-get when they are missing;
 # exits 77 (skipped) only when they cannot be installed. A daemon that does not come up
@@ -343,6 +348,41 @@ done
 [ "$(find . -maxdepth 1 -name 'task-*.done' | wc -l)" -eq 3 ] || fail "tasks outside the list ran"
 [ -e transint.running ] && fail "marker file transint.running not removed"
 say "array job: tasks 3 7 9 ran (slot limit 2), one output file each"
+
+# ---------------------------------------------------------------- kavri_jobscript options
+
+OPT_JOBS=()
+for run in good bad; do
+  mkdir -p "$WORK/$run"
+  cp -r "$EXAMPLE_DIR/." "$WORK/$run/"
+  cd "$WORK/$run" || fail "no $run directory"
+  [ "$run" = bad ] && rm data/SE_einternal-h.dat
+  "$JOBSCRIPT_EXE" -sched slurm -queue "$PARTITION" -walltime 0-00:20:00 -nodes 1 -ppn 1 \
+    -nodelist "$NODE" -job "kavri-$run" -outdir logs/se -command "$KAVRI_EXE" ||
+    fail "kavri_jobscript with options failed ($run)"
+  [ -d logs/se ] || fail "output directory logs/se not created ($run)"
+  touch siteenergy.running
+  OJOB=$(sbatch --parsable siteenergy.slurm) || fail "sbatch rejected the $run script"
+  OJOB=${OJOB%%;*}
+  JOB_IDS+=("$OJOB")
+  OPT_JOBS+=("$OJOB")
+done
+for OJOB in "${OPT_JOBS[@]}"; do
+  wait_for 60 job_ended "$OJOB" || { scontrol show job "$OJOB"; fail "job $OJOB did not end"; }
+  OINFO=$(scontrol -o show job "$OJOB")
+  for field in JobState=COMPLETED ExitCode=0:0 TimeLimit=00:20:00 "Partition=$PARTITION"; do
+    grep -q "$field" <<<"$OINFO" || { echo "$OINFO"; fail "job $OJOB: no $field"; }
+  done
+done
+cd "$WORK/good" || fail "no good directory"
+"$JOBSCRIPT_EXE" -check -job kavri-good -outdir logs/se ||
+  { cat logs/se/stdout-kavri-good; fail "-check did not pass the good run"; }
+cd "$WORK/bad" || fail "no bad directory"
+"$JOBSCRIPT_EXE" -check -job kavri-bad -outdir logs/se
+status=$?
+[ "$status" -eq 1 ] || { cat logs/se/stdout-kavri-bad; fail "-check gave $status for the bad run"; }
+say "option-written jobs: directives taken, logs/se created, -check passes the good run" \
+  "and fails the run that SLURM calls COMPLETED"
 
 say "PASS"
 exit 0
