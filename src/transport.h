@@ -42,6 +42,11 @@ class Transport : public KavriInp {
   void calc_x_com();
   void calc_homo();
   void allocate_mol_id_indexes_array();
+  // Zeroed per-molecule and per-pair storage of the suite's later stages (a 3-vector and a
+  // 3 x 3 matrix per molecule; an integer, a double, a 3-vector and a 3 x 3 matrix per pair),
+  // sized by the current neighbour list. The site-energy run never uses it, so building the
+  // list leaves it empty and a stage that needs it calls this first.
+  void allocate_pair_storage();
 
   void build_neighbor_list(bool read_from_file, bool verbose);
   bool check_if_molecule_within_rcut(int i, int j, const int shift[3], double rcut_squared,

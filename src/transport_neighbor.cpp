@@ -500,6 +500,16 @@ void Transport::build_neighbor_list(bool read_from_file, bool verbose) {
   }
 
   allocate_mol_id_indexes_array();
+  // The storage of later stages follows the new list; it is sized when a stage asks for it.
+  mol_vec3.clear();
+  mol_mat3.clear();
+  pair_int.clear();
+  pair_dbl.clear();
+  pair_vec3.clear();
+  pair_mat3.clear();
+}
+
+void Transport::allocate_pair_storage() {
   mol_vec3.assign(3 * static_cast<size_t>(nmols_uc), 0.0);
   mol_mat3.assign(9 * static_cast<size_t>(nmols_uc), 0.0);
   pair_int.assign(nmols_uc, {});
