@@ -227,6 +227,15 @@ TEST(CifScannerDeath, ShortRowsAndMissingFiles) {
                                     "C1 1 0.01 Uiso 1 C\n");
   EXPECT_EXIT(load_to_stderr(wide), testing::ExitedWithCode(255), "At least 9 columns");
 
+  // In that wide loop a tag line after the rows (two tokens) is still short of five.
+  const std::string wide_tag = temp_cif(std::string(kCellHead) +
+                                        "loop_\n_atom_site_label\n_atom_site_occupancy\n"
+                                        "_atom_site_type_symbol\n"
+                                        "_atom_site_fract_x\n_atom_site_fract_y\n_atom_site_fract_z\n"
+                                        "C1 1 C 0.1 0.2 0.3\n_refine_ls_R_factor 0.05\n");
+  EXPECT_EXIT(load_to_stderr(wide_tag), testing::ExitedWithCode(255),
+              "Not enough columns: _refine_ls_R_factor 0.05\nAt least 5 columns are expected!");
+
   // In a bond loop every row up to the next loop_ is data, an empty one included. (A loop
   // whose first header is _geom_bond_atom_site_label_1 counts as an atom-site loop.)
   const std::string bond = temp_cif(std::string(kCellHead) +
