@@ -397,12 +397,20 @@ void Transport::MC_init() {
     MC_write_hoprates("hoprates-dyn.dat", true);
   }
 
-  const double samples = tsimu / tsnap + 0.5;
-  if (!(samples > -1.0 && samples < kMaxSamples + 1.0))
+  // nrec = tsimu / tsnap + 0.5, truncated. nrec = -1 is a trajectory that ends at once (its
+  // track holds the header and the zero line); a zero interval and nrec <= -2 mean nothing.
+  if (tsnap == 0.0)
     fatal_error("transport", kmc_lines::NREC_RANGE, FatalStream::Err,
-                format_string("MC sampling out of range: tsimu = %g, tsnap = %g (at most %d "
-                              "samples)\n",
-                              tsimu, tsnap, kMaxSamples),
+                format_string("MC sampling interval tsnap = 0 ns: the number of samples "
+                              "tsimu / tsnap (tsimu = %g) is undefined!\n",
+                              tsimu),
+                1);
+  const double samples = tsimu / tsnap + 0.5;
+  if (!(samples > -2.0 && samples < kMaxSamples + 1.0))
+    fatal_error("transport", kmc_lines::NREC_RANGE, FatalStream::Err,
+                format_string("MC sampling out of range: tsimu = %g, tsnap = %g give %g "
+                              "samples (from -1 to %d)!\n",
+                              tsimu, tsnap, std::trunc(samples), kMaxSamples),
                 1);
   mc_nrec = static_cast<int>(samples);
   // Time advances by the residence time of the molecule left, so a sample needs up to

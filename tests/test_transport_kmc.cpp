@@ -223,3 +223,36 @@ TEST_F(Kmc, ThinFilmChoice) {
   EXPECT_EQ(m.MC_select_hop_thinfilm(0, at0, 0.7, &K), 0);
   EXPECT_EQ(K, 0.0);
 }
+
+TEST_F(Kmc, SampleCountsAtTheEdges) {
+  // tsimu / tsnap + 0.5 truncated to -1: the trajectory ends at once, and every track holds
+  // the header and the zero line.
+  Model m({{{0, 1, 0, 0, 16.0}}});
+  m.tsimu = -2.0;
+  m.tsnap = 1.0;
+  m.init();
+  EXPECT_EQ(m.get_MC_nrec(), -1);
+  m.MC_simulation_one(0, "one");
+  EXPECT_EQ(slurp("one/track_0001.dat"), kHeader + row(0, 0, 0, 0));
+  testing::internal::CaptureStdout();
+  m.MC_run_openMP("all", 0, 2);
+  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(slurp("all/track_0002.dat"), kHeader + row(0, 0, 0, 0));
+  EXPECT_EQ(slurp("all/track_ave.dat"), kHeader + row(0, 0, 0, 0));
+
+  // A zero interval and counts below -1 have no meaning.
+  const std::tuple<double, double, const char*> refused[] = {
+      {1.0, 0.0, "line 5247 : \nMC sampling interval tsnap = 0 ns: the number of samples "
+                 "tsimu / tsnap \\(tsimu = 1\\) is undefined!\n"},
+      {-2.5, 1.0, "line 5247 : \nMC sampling out of range: tsimu = -2.5, tsnap = 1 give -2 "
+                  "samples \\(from -1 to 10000000\\)!\n"},
+      {1.0, 1e-9, "give 1e\\+09 samples"},
+  };
+  for (const auto& [tsimu, tsnap, message] : refused) {
+    Model r({{{0, 1, 0, 0, 16.0}}});
+    r.tsimu = tsimu;
+    r.tsnap = tsnap;
+    EXPECT_EXIT((dup2(STDERR_FILENO, STDOUT_FILENO), r.MC_init()), testing::ExitedWithCode(1),
+                message);
+  }
+}
