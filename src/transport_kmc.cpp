@@ -616,10 +616,10 @@ void Transport::MC_reset_sums() {
   std::fill(mc_sum_r2.begin(), mc_sum_r2.end(), 0.0);
 }
 
-// Turns the sums into averages over nruns trajectories; the step column becomes 0.
+// Turns the sums into averages over nruns trajectories; the step column becomes 0. Without
+// trajectories the division gives what it gives (0 / 0 is NaN).
 void Transport::MC_average(int nruns) {
   std::fill(mc_sum_steps.begin(), mc_sum_steps.end(), 0.0);
-  if (nruns < 1) return;
   const double n = static_cast<double>(nruns);
   for (double& v : mc_sum_time) v /= n;
   for (double& v : mc_sum_pos) v /= n;

@@ -224,7 +224,7 @@ TEST_F(Kmc, ThinFilmChoice) {
   EXPECT_EQ(K, 0.0);
 }
 
-TEST_F(Kmc, SampleCountsAtTheEdges) {
+TEST_F(Kmc, SampleAndTrajectoryCountsAtTheEdges) {
   // tsimu / tsnap + 0.5 truncated to -1: the trajectory ends at once, and every track holds
   // the header and the zero line.
   Model m({{{0, 1, 0, 0, 16.0}}});
@@ -239,6 +239,19 @@ TEST_F(Kmc, SampleCountsAtTheEdges) {
   testing::internal::GetCapturedStdout();
   EXPECT_EQ(slurp("all/track_0002.dat"), kHeader + row(0, 0, 0, 0));
   EXPECT_EQ(slurp("all/track_ave.dat"), kHeader + row(0, 0, 0, 0));
+
+  // Without trajectories the average divides the cleared sums by 0: 0 / 0 prints as -nan.
+  Model none({{{0, 1, 0, 0, 16.0}}});
+  none.tsimu = 2.0;
+  none.tsnap = 1.0;
+  none.init();
+  testing::internal::CaptureStdout();
+  none.MC_run_openMP("none", 0, 0);
+  testing::internal::GetCapturedStdout();
+  const std::string nan_row =
+      format_string("%14s %14s %14s %14s %14s  0\n", "-nan", "-nan", "-nan", "-nan", "-nan");
+  EXPECT_EQ(slurp("none/track_ave.dat"), kHeader + row(0, 0, 0, 0) + nan_row + nan_row);
+  EXPECT_FALSE(fs::exists("none/track_0001.dat"));
 
   // A zero interval and counts below -1 have no meaning.
   const std::tuple<double, double, const char*> refused[] = {
