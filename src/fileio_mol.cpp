@@ -160,10 +160,18 @@ void FileIO::read_data_mol(const char* file_name, int slot, bool verbose) {
                   "         Not enough atoms to match atom count (" +
                       std::to_string(natoms_cif) + ") in counts line\n",
                   1);
+    const std::string symbol = trim_blanks(column(line, 31, 3));
+    if (symbol.empty())
+      fatal_error("fileio", fileio_lines::MOL_ATOM_SYMBOL, FatalStream::Out,
+                  "WARNING: Problems reading a MDL file\n"
+                  "         No element symbol in columns 32-34 of atom line " +
+                      std::to_string(i + 1) + " (line " + std::to_string(i + 5) + " of \"" +
+                      name + "\")\n",
+                  1);
     coords.push_back(to_double(column(line, 0, 10)));
     coords.push_back(to_double(column(line, 10, 10)));
     coords.push_back(to_double(column(line, 20, 10)));
-    types.push_back(find_element_index_from_name(trim_blanks(column(line, 31, 3)).c_str()));
+    types.push_back(find_element_index_from_name(symbol.c_str()));
   }
   if (!mol_slot_ok(slot)) return;
   mol_natoms[slot] = natoms;
