@@ -1,5 +1,6 @@
 // Site energies: reading the internal-energy and multipole-energy tables of the data
 // directory and writing "EH.dat" (holes) and "EL.dat" (electrons).
+#include <algorithm>
 #include <cctype>
 #include <climits>
 #include <cstdio>
@@ -37,20 +38,27 @@ EnergyTable SiteEnergy::read_table(const char* name, int line) const {
   if (!f)
     fatal_error("pr_siteenergy", line, FatalStream::Out,
                 "Failed to open input file " + path + "\n", -1);
-  // Blocks and values are taken as far as the file holds them; a count larger than the
-  // data present never allocates ahead of it.
+  // Only the blocks of the cell's molecules and, in each, the values of its neighbours are
+  // kept, so memory follows the neighbour list and not the file. Value lines beyond those
+  // are read past while a later block is still needed; what lies after the last needed
+  // value is never read. A count larger than the data present never allocates ahead of it.
   EnergyTable table;
   char buf[LINE_BUFFER];
   if (std::fgets(buf, LINE_BUFFER, f)) {
-    const long nblocks = leading_count(buf);
+    const long nblocks = std::min<long>(leading_count(buf), nmols_uc);
     for (long b = 0; b < nblocks; ++b) {
       if (!std::fgets(buf, LINE_BUFFER, f)) break;
       const long nvalues = leading_count(buf);
+      const long needed = b < static_cast<long>(nei_count.size()) ? nei_count[b] : 0;
+      const bool last = b + 1 == nblocks;
       std::vector<double> values;
-      for (long v = 0; v < nvalues && std::fgets(buf, LINE_BUFFER, f); ++v)
-        values.push_back(std::strtod(buf, nullptr));
+      long held = 0;  // value lines read of the nvalues announced
+      while (held < nvalues && (held < needed || !last) && std::fgets(buf, LINE_BUFFER, f)) {
+        if (held < needed) values.push_back(std::strtod(buf, nullptr));
+        ++held;
+      }
       table.push_back(std::move(values));
-      if (static_cast<long>(table.back().size()) < nvalues) break;
+      if (held < nvalues && !last) break;  // the file ended inside this block
     }
   }
   std::fclose(f);
