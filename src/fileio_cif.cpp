@@ -100,6 +100,9 @@ std::string FileIO::get_cif_atom_symbol(int i) const {
 }
 
 void FileIO::read_data_cif(const char* file_name, bool verbose) {
+  if (exists_not_regular(file_name))
+    fatal_error("fileio", fileio_lines::CIF_OPEN, FatalStream::Err,
+                std::string("Input file \"") + file_name + "\" is not a regular file", -1);
   std::ifstream in(file_name, std::ios::binary);
   if (!in) {
     fatal_error("fileio", fileio_lines::CIF_OPEN, FatalStream::Err,

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "fileio.h"
+#include "util.h"
 #include "util_error.h"
 
 namespace {
@@ -110,6 +111,9 @@ bool FileIO::mol_slot_ok(int slot) const {
 
 void FileIO::read_data_mol(const char* file_name, int slot, bool verbose) {
   const std::string name = file_name ? file_name : "";
+  if (exists_not_regular(name.c_str()))
+    fatal_error("fileio", fileio_lines::MOL_OPEN, FatalStream::Err,
+                "Input file \"" + name + "\" is not a regular file", -1);
   std::ifstream in(name);
   if (!in.is_open())
     fatal_error("fileio", fileio_lines::MOL_OPEN, FatalStream::Err,

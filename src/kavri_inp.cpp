@@ -65,6 +65,9 @@ KavriInp::KavriInp() = default;
 // Reads the whole file, one entry per read of the 1024-byte line buffer (a physical line
 // longer than 1023 characters yields several entries).
 void KavriInp::load_kavri_inp_file(const char* file_name, bool /*verbose*/) {
+  if (exists_not_regular(file_name))
+    fail(kavri_inp_lines::OPEN,
+         std::string("Input file ") + file_name + " is not a regular file\n", -1);
   std::FILE* in = std::fopen(file_name, "r");
   if (!in) {
     fail(kavri_inp_lines::OPEN, std::string("Failed to open input file: ") + file_name + "\n",

@@ -34,6 +34,9 @@ bool has_electrons(char c) { return (c & ~4) == 'a'; }
 
 EnergyTable SiteEnergy::read_table(const char* name, int line) const {
   const std::string path = format_string("%s/%s", data_dir.c_str(), name);
+  if (exists_not_regular(path.c_str()))
+    fatal_error("pr_siteenergy", line, FatalStream::Out,
+                "Input file " + path + " is not a regular file\n", -1);
   std::FILE* f = std::fopen(path.c_str(), "r");
   if (!f)
     fatal_error("pr_siteenergy", line, FatalStream::Out,

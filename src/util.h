@@ -74,6 +74,9 @@ std::pair<std::string, std::string> getParentPathAndBasename(const std::string& 
 void get_workdir(std::string& out);
 bool fileExist(const char* path);
 int file_exists(const char* path);
+// True for a path that exists and is not a regular file (a FIFO, a device, a directory):
+// readers refuse it, since reading one may never end.
+bool exists_not_regular(const char* path);
 int _file_exist(const std::string& path);
 int dir_exists(const char* path);
 void create_directory(const char* path);

@@ -2,6 +2,7 @@
 // directory, with standard output, standard error, exit status and the site-energy files
 // compared byte for byte.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -257,5 +258,36 @@ TEST(SiteEnergies, TablesReadAsFarAsTheNeighbourListNeeds) {
   EXPECT_EQ(r.status, 0) << r.out;
   EXPECT_EQ(slurp(work / "data" / "EH.dat"), "1\n2 1\n   1.25000  meV\n  -7.00000  meV\n");
   EXPECT_EQ(slurp(work / "data" / "EL.dat"), "1\n2 1\n   3.50000  meV\n   0.00000  meV\n");
+  fs::remove_all(work);
+}
+
+// Inputs that are not regular files (a FIFO without a writer, an endless device) end the run
+// with the reader's open error instead of waiting or reading for ever; nothing is written.
+TEST(SiteEnergies, InputsThatAreNotRegularFilesEndTheRun) {
+  const fs::path work = make_workdir();
+  ASSERT_EQ(mkfifo((work / "fifo").c_str(), 0600), 0);
+
+  RunResult config = run_in(work, {"-config", "fifo"});
+  EXPECT_EQ(config.status, 255);
+  EXPECT_NE(config.out.find("kavri_inp : line 228 : \nInput file fifo is not a regular file\n"),
+            std::string::npos) << config.out;
+  RunResult zero = run_in(work, {"-config", "/dev/zero"});
+  EXPECT_EQ(zero.status, 255);
+  EXPECT_NE(zero.out.find("Input file /dev/zero is not a regular file\n"), std::string::npos);
+
+  write_h2_case(work, " chargetype = a\n");
+  fs::remove(work / "data" / "SE_einternal-e.dat");
+  ASSERT_EQ(mkfifo((work / "data" / "SE_einternal-e.dat").c_str(), 0600), 0);
+  RunResult table = run_in(work, {});
+  EXPECT_EQ(table.status, 255);
+  EXPECT_NE(table.out.find("pr_siteenergy : line 138 : \nInput file data/SE_einternal-e.dat is "
+                           "not a regular file\n"),
+            std::string::npos) << table.out;
+  EXPECT_FALSE(fs::exists(work / "data" / "EH.dat"));
+
+  write_file(work / "kavri.inp", "&transport\n crystal = fifo\n/\n");
+  RunResult cif = run_in(work, {});
+  EXPECT_EQ(cif.status, 255);
+  EXPECT_EQ(cif.err, "Input file \"fifo\" is not a regular file");
   fs::remove_all(work);
 }
