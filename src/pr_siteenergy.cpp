@@ -114,10 +114,10 @@ void SiteEnergy::write_carrier(char carrier, const char* name, int line) const {
   const EnergyTable& internal = carrier == 'h' ? se_int_h : se_int_e;
   const EnergyTable& multipole = carrier == 'h' ? se_mp_h : se_mp_e;
   const std::string path = format_string("%s/%s", data_dir.c_str(), name);
-  // Written beside the target and renamed over it, so a failed run never leaves a
-  // truncated file in place of a good one.
-  const std::string partial = path + ".partial";
-  std::FILE* f = std::fopen(partial.c_str(), "w");
+  // Written into a file of this run alone and renamed over the target once complete, so a
+  // failed, killed or concurrent run never leaves a truncated or mixed file in its place.
+  ReplacingOutput out(path);
+  std::FILE* f = out.file();
   if (!f)
     fatal_error("pr_siteenergy", line, FatalStream::Out,
                 "Failed to open output file " + path + "\n", -1);
@@ -130,12 +130,9 @@ void SiteEnergy::write_carrier(char carrier, const char* name, int line) const {
       std::fprintf(f, "%10.5f  meV\n", value);
     }
   }
-  const bool ok = std::ferror(f) == 0;
-  if (std::fclose(f) != 0 || !ok || std::rename(partial.c_str(), path.c_str()) != 0) {
-    std::remove(partial.c_str());
+  if (!out.commit())
     fatal_error("pr_siteenergy", line, FatalStream::Out,
                 "Failed to open output file " + path + "\n", -1);
-  }
 }
 
 void SiteEnergy::write_site_energies(bool verbose) {
