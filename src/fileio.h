@@ -35,7 +35,10 @@ constexpr int MOL_OPEN = 4026;
 constexpr int MOL_COUNTS_SHORT = 4047;
 constexpr int MOL_ATOM_LISTS = 4077;
 constexpr int MOL_ATOMS_SHORT = 4106;
+constexpr int MOL_ATOM_SYMBOL = 4113;  // a V2000 atom line without an element symbol
 constexpr int NO_MOLECULES = 4627;
+constexpr int CIF_NO_KNOWN_ELEMENT = 4641;  // a crystal molecule of unknown elements only
+constexpr int MOL_NO_KNOWN_ELEMENT = 4652;  // a MOL molecule of unknown elements only
 constexpr int CELLVEC_OPEN = 4711;
 }  // namespace fileio_lines
 

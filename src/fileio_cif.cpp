@@ -65,7 +65,9 @@ int find_column(const LoopHeaders& h, const char* tag) {
 }
 
 // The five required columns of an atom-site or bond loop, and the reading of one row into the
-// five text lists; a row shorter than the columns need ends the run.
+// five text lists; a row shorter than the columns need ends the run. A row of fewer than five
+// tokens is refused as such; only a row of five or more that still lacks a column further
+// right names the column count the loop needs.
 struct FiveColumns {
   int col[5] = {0, 0, 0, 0, 0};
   int needed = 5;
@@ -81,7 +83,9 @@ struct FiveColumns {
 
   void append(const std::string& row, int error_line, std::vector<std::string>* lists[5]) {
     tokenize(tok, row.c_str(), " \t\r\n");
-    if (static_cast<int>(tok.size()) < needed) not_enough_columns(error_line, row, needed);
+    const int ntok = static_cast<int>(tok.size());
+    if (ntok < 5) not_enough_columns(error_line, row, 5);
+    if (ntok < needed) not_enough_columns(error_line, row, needed);
     for (int c = 0; c < 5; ++c) lists[c]->push_back(tok[col[c] - 1]);
   }
 
@@ -96,6 +100,9 @@ std::string FileIO::get_cif_atom_symbol(int i) const {
 }
 
 void FileIO::read_data_cif(const char* file_name, bool verbose) {
+  if (exists_not_regular(file_name))
+    fatal_error("fileio", fileio_lines::CIF_OPEN, FatalStream::Err,
+                std::string("Input file \"") + file_name + "\" is not a regular file", -1);
   std::ifstream in(file_name, std::ios::binary);
   if (!in) {
     fatal_error("fileio", fileio_lines::CIF_OPEN, FatalStream::Err,

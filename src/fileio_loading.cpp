@@ -1,12 +1,24 @@
 // The structure loading driver: turns the loaded crystal or the MOL files named in the
 // input file into the whole molecules of one unit cell, with the cell vectors, the lattice
 // matrix and its inverse.
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "fileio.h"
 #include "util.h"
+
+namespace {
+
+// A molecule needs at least one atom whose element is in the table: its mass and centre of
+// mass come from those atoms. Atoms of unknown element beside them weigh nothing.
+bool lacks_known_element(const std::vector<int>& types) {
+  return !types.empty() && std::none_of(types.begin(), types.end(), [](int t) { return t >= 0; });
+}
+
+}  // namespace
 
 FileIO::FileIO() = default;
 
@@ -18,7 +30,17 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
     mol_x.assign(nmols, {});
     mol_x_s.assign(nmols, {});
     mol_files = mol_file_names;
-    for (int i = 0; i < nmols; ++i) read_data_mol(mol_file_names[i].c_str(), i, verbose);
+    for (int i = 0; i < nmols; ++i) {
+      read_data_mol(mol_file_names[i].c_str(), i, verbose);
+      if (lacks_known_element(mol_atypes[i]))
+        fatal_error("fileio", fileio_lines::MOL_NO_KNOWN_ELEMENT, FatalStream::Out,
+                    format_string("WARNING: Problems reading a MDL file\n"
+                                  "         No atom of molecule %d in \"%s\" has a known "
+                                  "element symbol (%d atoms)\n",
+                                  i + 1, mol_file_names[i].c_str(),
+                                  static_cast<int>(mol_atypes[i].size())),
+                    1);
+    }
   } else if (struct_source == 2) {
     nmols = static_cast<int>(cif_mol_natoms.size());
     mol_natoms.assign(nmols, 0);
@@ -42,6 +64,12 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
           mol_x_s[i][3 * k + c] = x_s[3 * a + c];
         }
       }
+      if (lacks_known_element(mol_atypes[i]))
+        fatal_error("fileio", fileio_lines::CIF_NO_KNOWN_ELEMENT, FatalStream::Out,
+                    format_string("No atom of molecule %d of crystal file \"%s\" has a known "
+                                  "element symbol (%d atoms)\n",
+                                  i + 1, cif_file.c_str(), n),
+                    -1);
     }
     if (verbose) std::printf("Make whole molecules...\n");
     for (int i = 0; i < nmols; ++i) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "fileio.h"
+#include "util.h"
 #include "util_error.h"
 
 namespace {
@@ -110,6 +111,9 @@ bool FileIO::mol_slot_ok(int slot) const {
 
 void FileIO::read_data_mol(const char* file_name, int slot, bool verbose) {
   const std::string name = file_name ? file_name : "";
+  if (exists_not_regular(name.c_str()))
+    fatal_error("fileio", fileio_lines::MOL_OPEN, FatalStream::Err,
+                "Input file \"" + name + "\" is not a regular file", -1);
   std::ifstream in(name);
   if (!in.is_open())
     fatal_error("fileio", fileio_lines::MOL_OPEN, FatalStream::Err,
@@ -160,10 +164,18 @@ void FileIO::read_data_mol(const char* file_name, int slot, bool verbose) {
                   "         Not enough atoms to match atom count (" +
                       std::to_string(natoms_cif) + ") in counts line\n",
                   1);
+    const std::string symbol = trim_blanks(column(line, 31, 3));
+    if (symbol.empty())
+      fatal_error("fileio", fileio_lines::MOL_ATOM_SYMBOL, FatalStream::Out,
+                  "WARNING: Problems reading a MDL file\n"
+                  "         No element symbol in columns 32-34 of atom line " +
+                      std::to_string(i + 1) + " (line " + std::to_string(i + 5) + " of \"" +
+                      name + "\")\n",
+                  1);
     coords.push_back(to_double(column(line, 0, 10)));
     coords.push_back(to_double(column(line, 10, 10)));
     coords.push_back(to_double(column(line, 20, 10)));
-    types.push_back(find_element_index_from_name(trim_blanks(column(line, 31, 3)).c_str()));
+    types.push_back(find_element_index_from_name(symbol.c_str()));
   }
   if (!mol_slot_ok(slot)) return;
   mol_natoms[slot] = natoms;

@@ -59,7 +59,8 @@ class Jobscript {
   // directories (HLdir, REdir) and helper scripts (JOBSdir) that job bodies refer to.
   void set_job_scripts_workdir(const std::string& d) { job_workdir = d; }
   const std::string& get_job_scripts_workdir() const { return job_workdir; }
-  // Prints "Writing gaussian job <BACKEND> script <file>..." before each script is written.
+  // Prints "Writing gaussian job <BACKEND> script <file>..." (no line end) before each script
+  // is written.
   void set_job_scripts_verbose(bool on) { job_verbose = on; }
 
   // ---- job-script writers. Every family `name` has five: `name_pbs`, `name_slurm`,

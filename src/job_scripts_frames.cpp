@@ -151,7 +151,7 @@ void Jobscript::write_job_script(int backend, const JobFrame& f, const std::stri
   const std::string file =
       format_string("%s.%s", f.script.c_str(), get_job_script_ext().c_str());
   if (job_verbose)
-    std::printf("Writing gaussian job %s script %s...\n", kBackendNames[backend], file.c_str());
+    std::printf("Writing gaussian job %s script %s...", kBackendNames[backend], file.c_str());
   const std::string text = job_script_text(backend, f, body);
   std::unique_ptr<std::FILE, FileCloser> fp(std::fopen(file.c_str(), "wt"));
   if (!fp)

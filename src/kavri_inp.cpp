@@ -65,6 +65,9 @@ KavriInp::KavriInp() = default;
 // Reads the whole file, one entry per read of the 1024-byte line buffer (a physical line
 // longer than 1023 characters yields several entries).
 void KavriInp::load_kavri_inp_file(const char* file_name, bool /*verbose*/) {
+  if (exists_not_regular(file_name))
+    fail(kavri_inp_lines::OPEN,
+         std::string("Input file ") + file_name + " is not a regular file\n", -1);
   std::FILE* in = std::fopen(file_name, "r");
   if (!in) {
     fail(kavri_inp_lines::OPEN, std::string("Failed to open input file: ") + file_name + "\n",
@@ -227,25 +230,35 @@ void KavriInp::key_walltime(const std::string& value) {
 }
 
 // reorg_outer = constant <eV> | spheres <param> <r_1 (A)> ... | dielectric <param> <cut-off (A)>
-// Lengths are stored in nanometres. Missing numbers leave their settings unchanged.
+// Lengths are stored in nanometres. The constant model needs its energy and the dielectric
+// model both its numbers; spheres without numbers leave the parameter and the radii as they
+// are.
 void KavriInp::key_reorg_outer(const std::string& value) {
   std::vector<std::string> words;
   tokenize(words, trimmed(value).c_str(), " ");
   reorg_outer_method = words.empty() ? std::string() : words[0];
-  const auto number = [&words](std::size_t i, double& out) {
-    if (i < words.size()) out = leading_real(words[i]);
+  const auto require = [&](std::size_t needed) {
+    const std::size_t given = words.size() - 1;
+    if (given >= needed) return;
+    fail(kavri_inp_lines::REORG_OUTER_NUMBERS,
+         "\nThe reorg_outer method \"" + reorg_outer_method + "\" in file kavri.inp expects " +
+             std::to_string(needed) + " number" + (needed == 1 ? "" : "s") + " but gives " +
+             std::to_string(given) + "!!!\n\n",
+         -1);
   };
   if (iequals(reorg_outer_method, "constant")) {
-    number(1, reorg_outer_const);
+    require(1);
+    reorg_outer_const = leading_real(words[1]);
     reorg_outer_code = 1;
   } else if (iequals(reorg_outer_method, "spheres")) {
-    number(1, reorg_outer_param);
+    if (words.size() > 1) reorg_outer_param = leading_real(words[1]);
     for (std::size_t i = 2; i < words.size(); ++i)
       reorg_outer_radii.push_back(leading_real(words[i]) * 0.1);
     reorg_outer_code = 2;
   } else if (iequals(reorg_outer_method, "dielectric")) {
-    number(1, reorg_outer_param);
-    if (words.size() > 2) reorg_outer_cutoff = leading_real(words[2]) * 0.1;
+    require(2);
+    reorg_outer_param = leading_real(words[1]);
+    reorg_outer_cutoff = leading_real(words[2]) * 0.1;
     reorg_outer_code = 3;
   } else {
     fail(kavri_inp_lines::REORG_OUTER,

@@ -19,6 +19,7 @@ constexpr int EVC_TYPE = 658;
 constexpr int RATETYPE = 738;
 constexpr int MOLECULE_FILES = 775;
 constexpr int REORG_OUTER = 894;
+constexpr int REORG_OUTER_NUMBERS = 899;  // constant without its energy, dielectric short of two
 constexpr int THINFILM = 947;
 constexpr int UNKNOWN_KEY = 1008;
 constexpr int ENGINE_GAUSSIAN = 1075;

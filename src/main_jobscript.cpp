@@ -305,6 +305,7 @@ int main(int argc, char** argv) {
   writer->write_calc_siteEner_job(script, writer->get_run_nodes(), writer->get_run_ppn(), job,
                                   marker, command, out_dir);
   const std::string file = script + "." + writer->get_job_script_ext();
+  if (verbose) std::printf("\n");  // the writer's progress words end without a line end
   std::printf("Wrote %s; submit it with: %s\n", file.c_str(), writer->submit_line(file).c_str());
   return 0;
 }

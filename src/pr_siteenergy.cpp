@@ -1,5 +1,6 @@
 // Site energies: reading the internal-energy and multipole-energy tables of the data
 // directory and writing "EH.dat" (holes) and "EL.dat" (electrons).
+#include <algorithm>
 #include <cctype>
 #include <climits>
 #include <cstdio>
@@ -33,24 +34,34 @@ bool has_electrons(char c) { return (c & ~4) == 'a'; }
 
 EnergyTable SiteEnergy::read_table(const char* name, int line) const {
   const std::string path = format_string("%s/%s", data_dir.c_str(), name);
+  if (exists_not_regular(path.c_str()))
+    fatal_error("pr_siteenergy", line, FatalStream::Out,
+                "Input file " + path + " is not a regular file\n", -1);
   std::FILE* f = std::fopen(path.c_str(), "r");
   if (!f)
     fatal_error("pr_siteenergy", line, FatalStream::Out,
                 "Failed to open input file " + path + "\n", -1);
-  // Blocks and values are taken as far as the file holds them; a count larger than the
-  // data present never allocates ahead of it.
+  // Only the blocks of the cell's molecules and, in each, the values of its neighbours are
+  // kept, so memory follows the neighbour list and not the file. Value lines beyond those
+  // are read past while a later block is still needed; what lies after the last needed
+  // value is never read. A count larger than the data present never allocates ahead of it.
   EnergyTable table;
   char buf[LINE_BUFFER];
   if (std::fgets(buf, LINE_BUFFER, f)) {
-    const long nblocks = leading_count(buf);
+    const long nblocks = std::min<long>(leading_count(buf), nmols_uc);
     for (long b = 0; b < nblocks; ++b) {
       if (!std::fgets(buf, LINE_BUFFER, f)) break;
       const long nvalues = leading_count(buf);
+      const long needed = b < static_cast<long>(nei_count.size()) ? nei_count[b] : 0;
+      const bool last = b + 1 == nblocks;
       std::vector<double> values;
-      for (long v = 0; v < nvalues && std::fgets(buf, LINE_BUFFER, f); ++v)
-        values.push_back(std::strtod(buf, nullptr));
+      long held = 0;  // value lines read of the nvalues announced
+      while (held < nvalues && (held < needed || !last) && std::fgets(buf, LINE_BUFFER, f)) {
+        if (held < needed) values.push_back(std::strtod(buf, nullptr));
+        ++held;
+      }
       table.push_back(std::move(values));
-      if (static_cast<long>(table.back().size()) < nvalues) break;
+      if (held < nvalues && !last) break;  // the file ended inside this block
     }
   }
   std::fclose(f);
@@ -103,10 +114,10 @@ void SiteEnergy::write_carrier(char carrier, const char* name, int line) const {
   const EnergyTable& internal = carrier == 'h' ? se_int_h : se_int_e;
   const EnergyTable& multipole = carrier == 'h' ? se_mp_h : se_mp_e;
   const std::string path = format_string("%s/%s", data_dir.c_str(), name);
-  // Written beside the target and renamed over it, so a failed run never leaves a
-  // truncated file in place of a good one.
-  const std::string partial = path + ".partial";
-  std::FILE* f = std::fopen(partial.c_str(), "w");
+  // Written into a file of this run alone and renamed over the target once complete, so a
+  // failed, killed or concurrent run never leaves a truncated or mixed file in its place.
+  ReplacingOutput out(path);
+  std::FILE* f = out.file();
   if (!f)
     fatal_error("pr_siteenergy", line, FatalStream::Out,
                 "Failed to open output file " + path + "\n", -1);
@@ -119,12 +130,9 @@ void SiteEnergy::write_carrier(char carrier, const char* name, int line) const {
       std::fprintf(f, "%10.5f  meV\n", value);
     }
   }
-  const bool ok = std::ferror(f) == 0;
-  if (std::fclose(f) != 0 || !ok || std::rename(partial.c_str(), path.c_str()) != 0) {
-    std::remove(partial.c_str());
+  if (!out.commit())
     fatal_error("pr_siteenergy", line, FatalStream::Out,
                 "Failed to open output file " + path + "\n", -1);
-  }
 }
 
 void SiteEnergy::write_site_energies(bool verbose) {

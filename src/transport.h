@@ -25,7 +25,7 @@ constexpr int LUMO_ADJUSTMENT = 9997;
 
 // ==== kinetic Monte Carlo of charge hopping: error-site line numbers (transport_kmc.cpp)
 namespace kmc_lines {
-constexpr int RATE_VALUE = 5129;   // a rate file gives a negative, NaN or infinite rate
+constexpr int RATE_VALUE = 5129;   // a NaN or infinite rate, or a total rate K <= 0 or inf
 constexpr int OUTPUT_OPEN = 5213;  // a track, rate-table or hop-rate report cannot be written
 constexpr int NREC_RANGE = 5247;   // tsimu / tsnap gives no usable number of samples
 constexpr int TIME_STEP = 5255;    // a residence time too short for the sampling interval

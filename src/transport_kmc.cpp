@@ -61,7 +61,7 @@ std::FILE* open_output(const std::string& name) {
 // The first hop whose running sum exceeds u: for ascending sums, the number of sums not
 // above u. The table of each molecule is padded with +inf to a multiple of four entries, so
 // the count runs over whole blocks without a data-dependent branch. Hop 0 when no sum
-// exceeds u, which includes sums of NaN (all rates 0): NaN <= u is false, so they count 0.
+// exceeds u.
 inline int first_sum_above(const double* cum, int n, double u) {
   int c = 0;
   for (int k = 0; k < n; k += 4)
@@ -264,17 +264,31 @@ void Transport::read_MC_w0() {
   }
   std::fclose(f);
 
-  // A negative or non-numeric rate makes the residence time negative or NaN, and time would
-  // never reach the next sample. Checked after the conversion to 1/ns, which can overflow.
-  for (int i = 0; i < nmols_uc; ++i)
+  // A trajectory advances by the residence time 1/K of the molecule it leaves and chooses
+  // hops by the running sums k_j / K. A NaN or infinite rate leaves both undefined, and a
+  // molecule with hops whose K is not positive and finite would stall time or run it
+  // backwards. Single rates of 0 or below are otherwise well defined. Checked after the
+  // conversion to 1/ns, which can overflow.
+  for (int i = 0; i < nmols_uc; ++i) {
+    double K = 0.0;
     for (size_t j = 0; j < mc_rates[i].size(); ++j) {
       const double k = mc_rates[i][j];
-      if (!(k >= 0.0) || !std::isfinite(k))
+      if (!std::isfinite(k))
         fatal_error("transport", kmc_lines::RATE_VALUE, FatalStream::Err,
-                    format_string("Invalid hopping rate %g 1/ns for molecule %d hop %d in %s!\n",
+                    format_string("Invalid hopping rate %g 1/ns for molecule %d hop %d in %s: "
+                                  "rates must be finite numbers!\n",
                                   k, i + 1, static_cast<int>(j) + 1, name),
                     1);
+      K += k;
     }
+    if (!mc_rates[i].empty() && !(K > 0.0 && std::isfinite(K)))
+      fatal_error("transport", kmc_lines::RATE_VALUE, FatalStream::Err,
+                  format_string("Invalid total hopping rate K = %g 1/ns of molecule %d in %s: "
+                                "the residence time 1/K must be positive and finite for a "
+                                "trajectory to advance!\n",
+                                K, i + 1, name),
+                  1);
+  }
 }
 
 void Transport::MC_build_hop_tables() {
@@ -296,11 +310,14 @@ void Transport::MC_build_hop_tables() {
     const int n = site.nhops;
     double K = 0.0;
     for (int j = 0; j < n; ++j) K += mc_rates[i][j];
-    site.dt = 1.0 / K;  // K = 0 (no hops, or all rates 0): an infinite residence time
-    double sum = 0.0;
+    site.dt = 1.0 / K;  // K = 0 (no hops): an infinite residence time
+    // The first hop whose running sum exceeds u is the first whose largest running sum so
+    // far does; those maxima ascend even where a rate below 0 lowers the sum.
+    double sum = 0.0, highest = -std::numeric_limits<double>::infinity();
     for (int j = 0; j < n; ++j) {
       sum += mc_rates[i][j] / K;
-      mc_cum[b + j] = sum;
+      highest = std::max(highest, sum);
+      mc_cum[b + j] = highest;
       mc_target[b + j] = nei_mol[i][j];
       for (int k = 0; k < 3; ++k)
         mc_disp[3 * static_cast<size_t>(b + j) + k] = nei_disp[i][3 * j + k];
@@ -380,12 +397,20 @@ void Transport::MC_init() {
     MC_write_hoprates("hoprates-dyn.dat", true);
   }
 
-  const double samples = tsimu / tsnap + 0.5;
-  if (!(samples > -1.0 && samples < kMaxSamples + 1.0))
+  // nrec = tsimu / tsnap + 0.5, truncated. nrec = -1 is a trajectory that ends at once (its
+  // track holds the header and the zero line); a zero interval and nrec <= -2 mean nothing.
+  if (tsnap == 0.0)
     fatal_error("transport", kmc_lines::NREC_RANGE, FatalStream::Err,
-                format_string("MC sampling out of range: tsimu = %g, tsnap = %g (at most %d "
-                              "samples)\n",
-                              tsimu, tsnap, kMaxSamples),
+                format_string("MC sampling interval tsnap = 0 ns: the number of samples "
+                              "tsimu / tsnap (tsimu = %g) is undefined!\n",
+                              tsimu),
+                1);
+  const double samples = tsimu / tsnap + 0.5;
+  if (!(samples > -2.0 && samples < kMaxSamples + 1.0))
+    fatal_error("transport", kmc_lines::NREC_RANGE, FatalStream::Err,
+                format_string("MC sampling out of range: tsimu = %g, tsnap = %g give %g "
+                              "samples (from -1 to %d)!\n",
+                              tsimu, tsnap, std::trunc(samples), kMaxSamples),
                 1);
   mc_nrec = static_cast<int>(samples);
   // Time advances by the residence time of the molecule left, so a sample needs up to
@@ -591,10 +616,10 @@ void Transport::MC_reset_sums() {
   std::fill(mc_sum_r2.begin(), mc_sum_r2.end(), 0.0);
 }
 
-// Turns the sums into averages over nruns trajectories; the step column becomes 0.
+// Turns the sums into averages over nruns trajectories; the step column becomes 0. Without
+// trajectories the division gives what it gives (0 / 0 is NaN).
 void Transport::MC_average(int nruns) {
   std::fill(mc_sum_steps.begin(), mc_sum_steps.end(), 0.0);
-  if (nruns < 1) return;
   const double n = static_cast<double>(nruns);
   for (double& v : mc_sum_time) v /= n;
   for (double& v : mc_sum_pos) v /= n;

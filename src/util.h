@@ -4,6 +4,7 @@
 // eigen-solver, Runge-Kutta steps, line fit and text dumps. The FFT is in ct_fft.h.
 #pragma once
 #include <cstdarg>
+#include <cstdio>
 #include <cwchar>
 #include <string>
 #include <utility>
@@ -74,12 +75,39 @@ std::pair<std::string, std::string> getParentPathAndBasename(const std::string& 
 void get_workdir(std::string& out);
 bool fileExist(const char* path);
 int file_exists(const char* path);
+// True for a path that exists and is not a regular file (a FIFO, a device, a directory):
+// readers refuse it, since reading one may never end.
+bool exists_not_regular(const char* path);
 int _file_exist(const std::string& path);
 int dir_exists(const char* path);
 void create_directory(const char* path);
 int count_lines(const char* path);
 char* strhed(char** s);
 void make_file_backup(const std::string& path);
+
+// An output file that replaces `target` in one step (util_output.cpp): written into a file
+// of this run alone (unnamed where the file system allows, else a fresh name beside the
+// target), then renamed over the target by commit(). An uncommitted file is discarded.
+class ReplacingOutput {
+ public:
+  explicit ReplacingOutput(const std::string& target);
+  ~ReplacingOutput();
+  ReplacingOutput(const ReplacingOutput&) = delete;
+  ReplacingOutput& operator=(const ReplacingOutput&) = delete;
+
+  // The stream to write to; null when no file could be created.
+  std::FILE* file() const { return file_; }
+  // Flushes, closes and renames the file over the target; false (and nothing left behind)
+  // when any step fails.
+  bool commit();
+
+ private:
+  void discard();
+  std::string target_;
+  std::string temp_name_;  // the file's own name, empty while it is unnamed
+  std::FILE* file_ = nullptr;
+  int unnamed_fd_ = -1;
+};
 std::string _backup_filenname(const std::string& path);
 void backup_file(const char* path);
 unsigned long FNW_hash(const char* s);

@@ -1,6 +1,7 @@
 // Text, path and file-system helpers shared by every module: trimming, case-insensitive
 // comparison, splitting, printf-style formatting, dates, path pieces, existence tests,
 // numbered file backups and the FNW string hash.
+#include <fcntl.h>
 #include <glob.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -433,12 +434,18 @@ bool fileExist(const char* path) {
   return path && stat(path, &st) == 0;
 }
 
+// Opened without waiting, so that a FIFO without a writer does not block the test.
 int file_exists(const char* path) {
   if (!path) return 0;
-  std::FILE* f = std::fopen(path, "r");
-  if (!f) return 0;
-  std::fclose(f);
+  const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return 0;
+  close(fd);
   return 1;
+}
+
+bool exists_not_regular(const char* path) {
+  struct stat st;
+  return path && stat(path, &st) == 0 && !S_ISREG(st.st_mode);
 }
 
 int _file_exist(const std::string& path) { return path.empty() ? 0 : file_exists(path.c_str()); }

@@ -2,6 +2,8 @@
 // directory, with standard output, standard error, exit status and the site-energy files
 // compared byte for byte.
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,10 +43,10 @@ fs::path make_workdir() {
   return fs::path(made);
 }
 
-// Runs the executable in `dir` with `args`, no KAVRI_* variables in its environment.
-RunResult run_in(const fs::path& dir, const std::vector<std::string>& args,
-                 const std::string& exe = KAVRI_EXE) {
-  const fs::path out = dir / ".stdout", err = dir / ".stderr";
+// Starts the executable in `dir` with `args`, no KAVRI_* variables in its environment, its
+// streams sent to `out` and `err`.
+pid_t start_in(const fs::path& dir, const std::vector<std::string>& args, const fs::path& out,
+               const fs::path& err, const std::string& exe = KAVRI_EXE) {
   const pid_t pid = fork();
   if (pid == 0) {
     if (chdir(dir.c_str()) != 0) _exit(127);
@@ -60,10 +62,22 @@ RunResult run_in(const fs::path& dir, const std::vector<std::string>& args,
     execv(exe.c_str(), argv.data());
     _exit(127);
   }
+  return pid;
+}
+
+// The exit status of a started run, 1000 + the signal for one that was killed.
+int wait_for(pid_t pid) {
   int wstatus = 0;
   waitpid(pid, &wstatus, 0);
+  return WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 1000 + WTERMSIG(wstatus);
+}
+
+// Runs the executable in `dir` with `args` and collects its status and streams.
+RunResult run_in(const fs::path& dir, const std::vector<std::string>& args,
+                 const std::string& exe = KAVRI_EXE) {
+  const fs::path out = dir / ".stdout", err = dir / ".stderr";
   RunResult r;
-  r.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 1000 + WTERMSIG(wstatus);
+  r.status = wait_for(start_in(dir, args, out, err, exe));
   r.out = slurp(out);
   r.err = slurp(err);
   fs::remove(out);
@@ -242,5 +256,109 @@ TEST(SiteEnergies, ShortTablesEndTheRunAndLeaveOutputsAlone) {
   EXPECT_EQ(slurp(work / "data" / "EH.dat"), "previous good result\n");
   EXPECT_FALSE(fs::exists(work / "data" / "EL.dat"));
 
+  fs::remove_all(work);
+}
+
+// Inputs that are not regular files (a FIFO without a writer, an endless device) end the run
+// with the reader's open error instead of waiting or reading for ever; nothing is written.
+TEST(SiteEnergies, InputsThatAreNotRegularFilesEndTheRun) {
+  const fs::path work = make_workdir();
+  ASSERT_EQ(mkfifo((work / "fifo").c_str(), 0600), 0);
+
+  RunResult config = run_in(work, {"-config", "fifo"});
+  EXPECT_EQ(config.status, 255);
+  EXPECT_NE(config.out.find("kavri_inp : line 228 : \nInput file fifo is not a regular file\n"),
+            std::string::npos) << config.out;
+
+  write_h2_case(work, " chargetype = a\n");
+  fs::remove(work / "data" / "SE_einternal-e.dat");
+  ASSERT_EQ(mkfifo((work / "data" / "SE_einternal-e.dat").c_str(), 0600), 0);
+  RunResult table = run_in(work, {});
+  EXPECT_EQ(table.status, 255);
+  EXPECT_NE(table.out.find("pr_siteenergy : line 138 : \nInput file data/SE_einternal-e.dat is "
+                           "not a regular file\n"),
+            std::string::npos) << table.out;
+  EXPECT_FALSE(fs::exists(work / "data" / "EH.dat"));
+
+  write_file(work / "kavri.inp", "&transport\n crystal = fifo\n/\n");
+  RunResult cif = run_in(work, {});
+  EXPECT_EQ(cif.status, 255);
+  EXPECT_EQ(cif.err, "Input file \"fifo\" is not a regular file");
+  fs::remove_all(work);
+}
+
+// Several runs at once in one calculation directory, and runs killed at random moments, on
+// the 100k-atom cell: every EH.dat / EL.dat left is one run's complete file, and nothing else
+// is left in the data directory. Two configurations (holes only at the default cut-off, both
+// carriers at a shorter one) write different files under the same names.
+TEST(SiteEnergies, ConcurrentAndKilledRunsLeaveOneRunsCompleteFile) {
+  const fs::path cell = fs::path(KAVRI_LARGE_DATA) / "anthracene_10x18x12_p1.cif";
+  if (!fs::exists(cell)) GTEST_SKIP() << "large test cell not found: " << cell;
+  const fs::path work = make_workdir();
+  const int nmols = 4320, nvalues = 60;  // 60 values cover every neighbour list of the cell
+  std::string table = std::to_string(nmols) + "\n";
+  for (int m = 0; m < nmols; ++m) {
+    table += std::to_string(nvalues) + "\n";
+    for (int v = 0; v < nvalues; ++v) table += std::to_string((m * 7 + v) % 100 - 50) + ".25\n";
+  }
+  write_file(work / "data" / "SE_einternal-h.dat", table);
+  write_file(work / "data" / "SE_einternal-e.dat", table);
+  const std::string crystal = " crystal = " + cell.string() + "\n";
+  write_file(work / "h.inp", "&transport\n" + crystal + " chargetype = h\n/\n");
+  write_file(work / "a.inp", "&transport\n" + crystal + " chargetype = a\n lattice_cutoff = 3.0\n/\n");
+
+  // Each configuration alone gives the reference files.
+  std::vector<std::string> complete;
+  for (const char* config : {"h.inp", "a.inp"}) {
+    ASSERT_EQ(run_in(work, {"-config", config}).status, 0) << config;
+    complete.push_back(slurp(work / "data" / "EH.dat"));
+  }
+  const std::string electrons = slurp(work / "data" / "EL.dat");
+  ASSERT_NE(complete[0], complete[1]);
+  const auto check_data_dir = [&](const std::string& when) {
+    const std::string eh = slurp(work / "data" / "EH.dat");
+    EXPECT_TRUE(eh == complete[0] || eh == complete[1]) << when << ": EH.dat of " << eh.size()
+                                                        << " bytes is no run's complete file";
+    EXPECT_EQ(slurp(work / "data" / "EL.dat"), electrons) << when;
+    for (const auto& e : fs::directory_iterator(work / "data")) {
+      const std::string name = e.path().filename().string();
+      EXPECT_TRUE(name == "EH.dat" || name == "EL.dat" || name.rfind("SE_einternal-", 0) == 0)
+          << when << ": left behind " << name;
+    }
+  };
+
+  for (int round = 0; round < 3; ++round) {
+    std::vector<pid_t> runs;
+    for (int k = 0; k < 4; ++k)
+      runs.push_back(start_in(work, {"-config", k % 2 ? "a.inp" : "h.inp"}, "/dev/null",
+                              "/dev/null"));
+    for (pid_t pid : runs) EXPECT_EQ(wait_for(pid), 0);
+    check_data_dir("round " + std::to_string(round));
+  }
+
+  // Kills spread over the length of a run, the writing of the outputs included.
+  for (int k = 0; k < 8; ++k) {
+    const pid_t pid = start_in(work, {"-config", k % 2 ? "a.inp" : "h.inp"}, "/dev/null",
+                               "/dev/null");
+    usleep(150000 * (k + 1));
+    kill(pid, SIGKILL);
+    wait_for(pid);
+    check_data_dir("kill " + std::to_string(k));
+  }
+  fs::remove_all(work);
+}
+
+// Outputs never go through a path that already exists: a symbolic link or a FIFO under the
+// names an older version wrote to is neither followed nor waited on.
+TEST(SiteEnergies, OutputsIgnorePathsThatAlreadyExist) {
+  const fs::path work = make_workdir();
+  write_h2_case(work, " chargetype = a\n");
+  write_file(work / "victim", "untouched\n");
+  fs::create_symlink(work / "victim", work / "data" / "EH.dat.partial");
+  ASSERT_EQ(mkfifo((work / "data" / "EL.dat.partial").c_str(), 0600), 0);
+  EXPECT_EQ(run_in(work, {}).status, 0);
+  EXPECT_EQ(slurp(work / "victim"), "untouched\n");
+  EXPECT_EQ(slurp(work / "data" / "EH.dat"), "1\n2 1\n   1.25000  meV\n  -7.00000  meV\n");
+  EXPECT_EQ(slurp(work / "data" / "EL.dat"), "1\n2 1\n   3.50000  meV\n   0.00000  meV\n");
   fs::remove_all(work);
 }

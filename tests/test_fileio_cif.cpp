@@ -27,6 +27,7 @@ class CifProbe : public FileIO {
   using FileIO::mol_x_s;
   using FileIO::nmols;
   using FileIO::spacegroup_name;
+  using FileIO::mol_file_names;
   using FileIO::struct_source;
   using FileIO::symm_ops;
   using FileIO::x_s;
@@ -227,6 +228,15 @@ TEST(CifScannerDeath, ShortRowsAndMissingFiles) {
                                     "C1 1 0.01 Uiso 1 C\n");
   EXPECT_EXIT(load_to_stderr(wide), testing::ExitedWithCode(255), "At least 9 columns");
 
+  // In that wide loop a tag line after the rows (two tokens) is still short of five.
+  const std::string wide_tag = temp_cif(std::string(kCellHead) +
+                                        "loop_\n_atom_site_label\n_atom_site_occupancy\n"
+                                        "_atom_site_type_symbol\n"
+                                        "_atom_site_fract_x\n_atom_site_fract_y\n_atom_site_fract_z\n"
+                                        "C1 1 C 0.1 0.2 0.3\n_refine_ls_R_factor 0.05\n");
+  EXPECT_EXIT(load_to_stderr(wide_tag), testing::ExitedWithCode(255),
+              "Not enough columns: _refine_ls_R_factor 0.05\nAt least 5 columns are expected!");
+
   // In a bond loop every row up to the next loop_ is data, an empty one included. (A loop
   // whose first header is _geom_bond_atom_site_label_1 counts as an atom-site loop.)
   const std::string bond = temp_cif(std::string(kCellHead) +
@@ -268,4 +278,40 @@ TEST(WholeMolecules, BondsAcrossFacesAndCentreShift) {
   io.make_whole_molecule(3, 1, h, a, false);
   EXPECT_NEAR(a[0], 0.3, 1e-12);
   EXPECT_NEAR(a[2], 1.3, 1e-12);
+}
+
+// A molecule needs one atom of a known element; unknown ones beside it weigh nothing.
+TEST(LoadingDeath, MoleculesOfUnknownElementsOnly) {
+  const std::string head = std::string(kCellHead) + "_symmetry_space_group_name_H-M P1\n" +
+                           kAtomLoop;
+  const auto load_cell = [](const std::string& path) {
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    CifProbe io;
+    io.read_data_cif(path.c_str(), false);
+    io.struct_source = 2;
+    io.read_crystal_strcuture_files(false, false);
+  };
+  const std::string unknown = temp_cif(head + "X1 Xx 0.1 0.1 0.1\nX2 Qq 0.2 0.1 0.1\n");
+  EXPECT_EXIT(load_cell(unknown), testing::ExitedWithCode(255),
+              "line 4641 : \nNo atom of molecule 1 of crystal file \"" + unknown +
+                  "\" has a known element symbol \\(2 atoms\\)\n");
+  CifProbe mixed;
+  load(mixed, temp_cif(head + "C1 C 0.1 0.1 0.1\nX1 Xx 0.2 0.1 0.1\n"));
+  mixed.struct_source = 2;
+  mixed.read_crystal_strcuture_files(false, false);
+  ASSERT_EQ(mixed.nmols, 1);
+  EXPECT_EQ(mixed.mol_atypes[0], (std::vector<int>{6, -1}));
+
+  // The same for a molecule from a MOL file, as a MOL format error.
+  const std::string mol = temp_cif("t\np\n\n  1  0\n    0.0000    0.0000    0.0000 Xx\n");
+  const auto load_mol = [&mol]() {
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    CifProbe io;
+    io.mol_file_names = {mol};
+    io.struct_source = 1;
+    io.read_crystal_strcuture_files(false, false);
+  };
+  EXPECT_EXIT(load_mol(), testing::ExitedWithCode(1),
+              "line 4652 : \nWARNING: Problems reading a MDL file\n         No atom of molecule 1 "
+              "in \"" + mol + "\" has a known element symbol \\(1 atoms\\)\n");
 }

@@ -78,7 +78,7 @@ TEST(MolReader, V2000FileAndFixedColumns) {
   // A 6-character counts line is enough; a chiral flag of 2 only warns.
   const std::string atoms = "    1.5000   -2.2500   10.0000 Cl  0  0\n"
                             "   -0.0001    0.0000    1.0e+2 CL\n"
-                            "       abc\n";
+                            "       abc                     Xx\n";
   io.read(kHeader + "  3  0\n" + atoms);
   EXPECT_EQ(io.mol_atypes[0], (std::vector<int>{17, 17, -1}));
   EXPECT_EQ(io.mol_x[0], (std::vector<double>{1.5, -2.25, 10.0, -0.0001, 0.0, 100.0, 0, 0, 0}));
@@ -100,7 +100,7 @@ TEST(MolReaderDeathTest, FatalFormatErrors) {
              "         There may be erroneous addition spaces or\n"
              "         the file may contains Atom Lists, which are ignored\n"},
       // The count printed is the structure's atom count, not the counts line's.
-      {kHeader + "  3  0\n    0.0    0.0    0.0 C\n",
+      {kHeader + "  3  0\n    0.0000    0.0000    0.0000 C\n",
        mdl + "4106 : \nWARNING: Problems reading a MDL file\n"
              "         Not enough atoms to match atom count (42) in counts line\n"},
   };
@@ -109,6 +109,16 @@ TEST(MolReaderDeathTest, FatalFormatErrors) {
     io.make_structure(42);
     EXPECT_EXIT((std::fflush(stdout), dup2(2, 1), io.read(c.text)), ::testing::ExitedWithCode(1),
                 ::testing::Eq(c.message));
+  }
+  // An atom line that ends before columns 32-34, or leaves them blank, names no element.
+  for (const std::string& atom : {std::string("    0.0000    0.0000    0.0000\n"),
+                                  std::string("    0.0000    0.0000    0.0000     \r\n")}) {
+    MolProbe io;
+    EXPECT_EXIT((std::fflush(stdout), dup2(2, 1),
+                 io.read(kHeader + "  2  0\n    0.0000    0.0000    0.0000 C\n" + atom)),
+                ::testing::ExitedWithCode(1),
+                "line 4113 : \nWARNING: Problems reading a MDL file\n         No element "
+                "symbol in columns 32-34 of atom line 2 \\(line 6 of \"[^\"]*kavri_mol_");
   }
   // Opening fails with -1, the message alone on the error stream.
   EXPECT_EXIT((std::fflush(stdout), dup2(open("/dev/null", O_WRONLY), 1),

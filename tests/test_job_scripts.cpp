@@ -171,13 +171,14 @@ TEST_F(JobScripts, FatalPaths) {
   EXPECT_EXIT((dup2(open("/dev/null", O_WRONLY), 1),
                jobs.write_orca_RE_job(dir + "/x", 1, 1, "j", "m", "r", "c", ".")),
               testing::ExitedWithCode(255), testing::Eq(unknown));
-  // The progress line ("gaussian" for every kind of job) comes before the file is opened.
+  // The progress words ("gaussian" for every kind of job, no line end) come before the file
+  // is opened.
   jobs.use("lsf");
   jobs.set_job_scripts_verbose(true);
   EXPECT_EXIT((std::fflush(stdout), dup2(2, 1),
                jobs.write_MC_job(missing, 1, 1, "j", "m", "c", ".")),
               testing::ExitedWithCode(255),
-              testing::Eq("Writing gaussian job LSF script " + missing + ".lsf...\n\nERROR  "
+              testing::Eq("Writing gaussian job LSF script " + missing + ".lsf...\nERROR  "
                           "transport : job_scripts : line 64 : \nFailed to open output file " +
                           missing + ".lsf\n"));
 }

@@ -73,6 +73,9 @@ TEST_F(JobscriptTool, OptionsReachTheDirectives) {
     EXPECT_TRUE(has_line(slurm, line)) << line << "\n" << slurm;
   EXPECT_TRUE(fs::is_directory(dir / "logs" / "se"));
   EXPECT_EQ(out, "Wrote siteenergy.slurm; submit it with: sbatch siteenergy.slurm\n");
+  // The writer's progress words end without a line end; the tool ends the line.
+  ASSERT_EQ(run("-sched slurm -verbose"), 0) << err;
+  EXPECT_TRUE(has_line(out, "Writing gaussian job SLURM script siteenergy.slurm...")) << out;
 
   // Whole hours; PBS and LSF write the days as hours; LSF separates hosts by blanks.
   ASSERT_EQ(run("-sched PBS -walltime 30 -nodes 3 -ppn 2"), 0) << err;

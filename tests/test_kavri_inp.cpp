@@ -167,6 +167,12 @@ TEST_F(KavriInpTest, FatalPathsPrintOnStandardOutputAndExit) {
        "\nThe molecule key in file kavri.inp expects 3 MOL file names but names 2!!!\n\n"},
       {"reorg_outer = sphere 0.1 3\n", 255, 894,
        "\nUnknown reorg_outer method \"sphere\" in file kavri.inp!!!\n\n"},
+      {"reorg_outer = dielectric 2.5\n", 255, 899,
+       "\nThe reorg_outer method \"dielectric\" in file kavri.inp expects 2 numbers but gives "
+       "1!!!\n\n"},
+      {"reorg_outer = Constant\n", 255, 899,
+       "\nThe reorg_outer method \"Constant\" in file kavri.inp expects 1 number but gives "
+       "0!!!\n\n"},
       {"thinfilm = -1 4\n", 255, 947, "\nthinfilm dir not in range [0-2]: \"-1 4\n\n"},
       {"x = 1 = 2\n", 255, 1008, "\nUnknown parameter \"x\" in file kavri.inp!!!\n\n"},
       {"qc_exe = orca\n", 1, 1075, engine(1, "orca")},

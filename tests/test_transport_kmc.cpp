@@ -102,15 +102,19 @@ TEST_F(Kmc, RateUnitsAndRateTable) {
 
 TEST_F(Kmc, RateFileFailuresDeath) {
   // Counts that disagree with the neighbour list end with 255 (a huge one before anything is
-  // stored for it). Rates that would run time backwards (negative), stall it (NaN, infinite,
-  // also after the unit conversion) or need over 1e10 hops per sampling interval end with 1.
+  // stored for it). NaN or infinite rates (also after the unit conversion), a molecule with
+  // hops whose total rate is not positive (time would stall or run backwards) and rates that
+  // need over 1e10 hops per sampling interval end with 1.
   const std::tuple<const char*, const char*, int> cases[] = {
       {nullptr, "Failed to open input file WH.dat\n", 255},
       {"3\n", "Data in 'WH.dat' incomptible: 3 : 2 should be equal!\n", 255},
       {"2\n2147483647\n", "incomptible: 2147483647 : 1 should", 255},
-      {"2\n1\n1 x 0 1/ns\n1\n1 x -2 1/ns\n",
-       "line 5129 : \nInvalid hopping rate -2 1/ns for molecule 2 hop 1 in WH.dat!\n", 1},
-      {"2\n1\n1 x nan 1/ns\n1\n1 x 1 1/ns\n", "Invalid hopping rate nan 1/ns for molecule 1", 1},
+      {"2\n1\n1 x 1 1/ns\n1\n1 x -2 1/ns\n",
+       "line 5129 : \nInvalid total hopping rate K = -2 1/ns of molecule 2 in WH.dat: the "
+       "residence time 1/K must be positive and finite for a trajectory to advance!\n", 1},
+      {"2\n1\n1 x 0 1/ns\n1\n1 x 1 1/ns\n", "total hopping rate K = 0 1/ns of molecule 1", 1},
+      {"2\n1\n1 x nan 1/ns\n1\n1 x 1 1/ns\n",
+       "Invalid hopping rate nan 1/ns for molecule 1 hop 1 in WH.dat: rates must be finite", 1},
       {"2\n1\n1 x 1 1/ns\n1\n1 x 1e306 1/ps\n", "Invalid hopping rate inf 1/ns for molecule 2", 1},
       {"2\n1\n1 x 1 1/ns\n1\n1 x 1e12 1/ns\n", "line 5255 : \nHopping rates of molecule 2", 1},
   };
@@ -139,6 +143,16 @@ TEST_F(Kmc, HopChoiceFrequenciesAndSeeds) {
   }
   EXPECT_EQ(m.MC_select_hop(0, c0), 1);  // strictly greater
   EXPECT_EQ(m.MC_select_hop(0, 1.0), 0);  // no running sum exceeds u: hop 0, not the last
+
+  // Rates 2, -1, 3 (K = 4): running sums 1/2, 1/4, 1; hop 1 is never the first above u.
+  // Rates 3, -1 (K = 2): sums 3/2, 1; hop 0 always.
+  Model neg({{{0, 1, 0, 0, 2}, {0, 0, 1, 0, -1}, {0, 0, 0, 1, 3}},
+             {{1, 1, 0, 0, 3}, {1, 0, 1, 0, -1}}});
+  neg.init();
+  for (double u = 0.0; u < 1.0; u += 1.0 / 512) {
+    EXPECT_EQ(neg.MC_select_hop(0, u), u < 0.5 ? 0 : 2) << u;
+    EXPECT_EQ(neg.MC_select_hop(1, u), 0) << u;
+  }
 
   // The position counts the hops of each kind: chosen in proportion to the rates, while
   // time advances by exactly 1/6 ns per hop.
@@ -181,9 +195,11 @@ TEST_F(Kmc, TracksOfDeterministicNetworksAreExact) {
   EXPECT_EQ(slurp("out/track_0002.dat"), cart);
   EXPECT_EQ(slurp("out/track_ave.dat"), ave);
 
-  // All rates 0 (hop 0 is still taken), then no hops at all: the residence time is infinite,
-  // so every step samples and the trajectory ends.
-  Model z({{{1, 0, 0, 0, 0}}, {}});
+  // One hop to a molecule without hops: its residence time is infinite, so every step from
+  // there samples and the trajectory ends.
+  Model z({{{1, 0, 0, 0, 1}}, {}});
+  z.tsimu = 1.0;
+  z.tsnap = 0.1;
   z.init();
   z.MC_simulation_one(1, "z");
   EXPECT_EQ(z.get_MC_time()[z.get_MC_nrec()], INFINITY);
@@ -206,4 +222,49 @@ TEST_F(Kmc, ThinFilmChoice) {
   m.thinfilm_ncell = 0;
   EXPECT_EQ(m.MC_select_hop_thinfilm(0, at0, 0.7, &K), 0);
   EXPECT_EQ(K, 0.0);
+}
+
+TEST_F(Kmc, SampleAndTrajectoryCountsAtTheEdges) {
+  // tsimu / tsnap + 0.5 truncated to -1: the trajectory ends at once, and every track holds
+  // the header and the zero line.
+  Model m({{{0, 1, 0, 0, 16.0}}});
+  m.tsimu = -2.0;
+  m.tsnap = 1.0;
+  m.init();
+  EXPECT_EQ(m.get_MC_nrec(), -1);
+  m.MC_simulation_one(0, "one");
+  EXPECT_EQ(slurp("one/track_0001.dat"), kHeader + row(0, 0, 0, 0));
+  testing::internal::CaptureStdout();
+  m.MC_run_openMP("all", 0, 2);
+  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(slurp("all/track_0002.dat"), kHeader + row(0, 0, 0, 0));
+  EXPECT_EQ(slurp("all/track_ave.dat"), kHeader + row(0, 0, 0, 0));
+
+  // Without trajectories the average divides the cleared sums by 0: 0 / 0 prints as -nan.
+  Model none({{{0, 1, 0, 0, 16.0}}});
+  none.tsimu = 2.0;
+  none.tsnap = 1.0;
+  none.init();
+  testing::internal::CaptureStdout();
+  none.MC_run_openMP("none", 0, 0);
+  testing::internal::GetCapturedStdout();
+  const std::string nan_row =
+      format_string("%14s %14s %14s %14s %14s  0\n", "-nan", "-nan", "-nan", "-nan", "-nan");
+  EXPECT_EQ(slurp("none/track_ave.dat"), kHeader + row(0, 0, 0, 0) + nan_row + nan_row);
+  EXPECT_FALSE(fs::exists("none/track_0001.dat"));
+
+  // A zero interval and counts below -1 have no meaning.
+  const std::tuple<double, double, const char*> refused[] = {
+      {1.0, 0.0, "line 5247 : \nMC sampling interval tsnap = 0 ns: the number of samples "
+                 "tsimu / tsnap \\(tsimu = 1\\) is undefined!\n"},
+      {-2.5, 1.0, "line 5247 : \nMC sampling out of range: tsimu = -2.5, tsnap = 1 give -2 "
+                  "samples \\(from -1 to 10000000\\)!\n"},
+  };
+  for (const auto& [tsimu, tsnap, message] : refused) {
+    Model r({{{0, 1, 0, 0, 16.0}}});
+    r.tsimu = tsimu;
+    r.tsnap = tsnap;
+    EXPECT_EXIT((dup2(STDERR_FILENO, STDOUT_FILENO), r.MC_init()), testing::ExitedWithCode(1),
+                message);
+  }
 }
