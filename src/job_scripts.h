@@ -26,6 +26,7 @@ constexpr int SCHED_GAUSSIAN_HL_ARRAY = 352;
 constexpr int SCHED_ORCA_HL_ARRAY = 369;
 constexpr int SCHED_QCHEM_HL_ARRAY = 386;
 constexpr int SCHED_TRANSINT_ARRAY = 403;
+constexpr int SCHED_MC_ARRAY = 420;
 }  // namespace job_scripts_lines
 
 // Every job family `name` has five writers: `name_pbs`, `name_slurm`, `name_lsf`,
@@ -86,6 +87,12 @@ class Jobscript {
   KAVRI_JOB_WRITERS(write_MC_job, const std::string& script, int nodes, int ppn,
                     const std::string& job_name, const std::string& marker,
                     const std::string& command, const std::string& out_dir)
+  // Monte Carlo slices as an array job: task i runs `command` with every "@TASK@" in it
+  // replaced by the scheduler's task index.
+  KAVRI_JOB_WRITERS(write_MC_job_array, const std::string& script, int nodes, int ppn,
+                    const std::string& job_name, const std::string& marker,
+                    const std::vector<int>& tasks, int ntasks, const std::string& command,
+                    const std::string& out_dir)
   KAVRI_JOB_WRITERS(write_ME_job, const std::string& script, int nodes, int ppn,
                     const std::string& job_name, const std::string& marker,
                     const std::string& command, const std::string& out_dir)

@@ -128,6 +128,14 @@ std::string transint_task_body(bool moo, const std::string& exe, const std::stri
                        list_file.c_str(), t);
 }
 
+// A command of an array task: "@TASK@" stands for the task index.
+std::string task_command(const std::string& command, const char* task) {
+  std::string s = command;
+  for (size_t at = s.find("@TASK@"); at != std::string::npos; at = s.find("@TASK@", at))
+    s.replace(at, 6, task);
+  return s + "\n\n";
+}
+
 }  // namespace
 
 // Each family defines its four back-end writers and its dispatcher from one parameter list
@@ -197,6 +205,9 @@ KAVRI_JOB_FAMILY(write_calc_siteEner_job, L::SCHED_SITEENER, KAVRI_CMD_PARAMS, K
                  KAVRI_PROGRAM_FRAME, command_body(command))
 KAVRI_JOB_FAMILY(write_MC_job, L::SCHED_MC, KAVRI_CMD_PARAMS, KAVRI_CMD_ARGS,
                  KAVRI_PROGRAM_FRAME, command_body(command))
+KAVRI_JOB_FAMILY(write_MC_job_array, L::SCHED_MC_ARRAY, KAVRI_ARRAY_PARAMS(command),
+                 KAVRI_ARRAY_ARGS(command), KAVRI_PROGRAM_ARRAY_FRAME,
+                 task_command(command, job_task_var(backend)))
 KAVRI_JOB_FAMILY(write_ME_job, L::SCHED_ME, KAVRI_CMD_PARAMS, KAVRI_CMD_ARGS,
                  KAVRI_PROGRAM_FRAME, command_body(command))
 KAVRI_JOB_FAMILY(write_calc_mob_job, L::SCHED_MOB, KAVRI_CMD_PARAMS, KAVRI_CMD_ARGS,

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -70,6 +71,37 @@ class MobilityModel : public Transport {
     return h;
   }
 };
+
+// The array job of `tasks` slices and the job that merges them, for the scheduler of the
+// input file; every task runs on qc_ppn threads.
+void write_job_scripts(MobilityModel& model, const std::string& config, const std::string& out,
+                       int runs, int tasks, bool seeded, std::uint64_t seed) {
+  model.parse_scheduling_type();
+  std::string workdir;
+  get_workdir(workdir);
+  model.set_job_scripts_workdir(workdir);
+  std::string exe(4096, '\0');
+  const ssize_t len = readlink("/proc/self/exe", exe.data(), exe.size() - 1);
+  exe = len > 0 ? exe.substr(0, static_cast<size_t>(len)) : std::string("kavri_mobility");
+  const std::string common =
+      exe + " -config " + config + (seeded ? " -seed " + std::to_string(seed) : "");
+  const std::string part_dir = out + "/part-";
+  model.write_MC_job_array("mobility_parts", model.get_run_nodes(), model.get_run_ppn(),
+                           "kavri-mob", "mobility_parts.running", {}, tasks,
+                           format_string("%s -runs %d -threads %d -part @TASK@/%d -out %s@TASK@",
+                                         common.c_str(), runs, model.get_run_ppn(), tasks,
+                                         part_dir.c_str()),
+                           ".");
+  std::string merge = common + " -merge";
+  for (int k = 1; k <= tasks; ++k) merge += " " + part_dir + std::to_string(k);
+  model.write_MC_job("mobility_merge", model.get_run_nodes(), 1, "kavri-mob-merge",
+                     "mobility_merge.running", merge + " -out " + out, ".");
+  const std::string ext = model.get_job_script_ext();
+  std::printf("Wrote mobility_parts.%s (array of %d slices of %d runs) and mobility_merge.%s; "
+              "submit the merge once the array has ended (SLURM: sbatch "
+              "--dependency=afterok:<array job id> mobility_merge.%s).\n",
+              ext.c_str(), tasks, runs, ext.c_str(), ext.c_str());
+}
 
 [[noreturn]] void usage_error(const std::string& message) {
   std::fprintf(stderr, "kavri_mobility: %s\n%s", message.c_str(), cli_usage(kCommand).c_str());
@@ -143,15 +175,27 @@ int main(int argc, char** argv) {
 
   MobilityModel model;
   model.read_kavri_inp(config.c_str(), false);
-  model.read_crystal_strcuture_files(false, false);
-  model.post_data_read_treatment(false);
-  if (seeded) model.set_MC_seed(seed);
-  model.MC_init();
   const int runs = args.has("-runs")
                        ? static_cast<int>(parse_count(args.value("-runs"), "-runs", 1, 1 << 30))
                        : model.runs_setting();
   if (runs < 1) usage_error("nsimu must be at least 1");
+  if (args.has("-jobscript")) {
+    const int tasks = static_cast<int>(
+        parse_count(args.value("-jobscript"), "-jobscript", 1, RunBlocks(runs).count));
+    write_job_scripts(model, config, out, runs, tasks, seeded, seed);
+    return 0;
+  }
+  model.read_crystal_strcuture_files(false, false);
+  model.post_data_read_treatment(false);
+  if (seeded) model.set_MC_seed(seed);
+  model.MC_init();
+  const auto exact_start = std::chrono::steady_clock::now();
   const ExactDiffusion exact = exact_diffusion(hop_network_of(model, model.cell()));
+  std::error_code ignored;  // a directory that cannot be made fails where it is written
+  std::filesystem::create_directories(out, ignored);
+  std::fprintf(stderr, "kavri_mobility: exact tensor of %d molecules in %.3g s\n",
+               model.get_nmols_uc(),
+               std::chrono::duration<double>(std::chrono::steady_clock::now() - exact_start).count());
 
   std::vector<BlockSums> blocks;
   int total_runs = runs;
@@ -200,7 +244,6 @@ int main(int argc, char** argv) {
   }
 
   // Average track of all runs, then the report.
-  create_directory(out.c_str());
   const BlockSums total = total_of(blocks, model.get_MC_nrec());
   Transport::MCSamples ave = model.MC_new_samples();
   const double n = static_cast<double>(total_runs);
