@@ -191,6 +191,21 @@ void write_track(const std::string& name, int nrec, const int* steps, const doub
 
 const char* track_dir(const char* dir) { return dir ? dir : "."; }
 
+// The track file of run number `run` in `dir` (made if missing).
+std::string track_file(const char* dir, int run) {
+  const char* d = track_dir(dir);
+  create_directory(d);
+  return run <= 9999 ? format_string("%s/track_%04d.dat", d, run)
+                     : format_string("%s/track_%d.dat", d, run);
+}
+
+// The average track in `dir` (made if missing).
+std::string track_ave_file(const char* dir) {
+  const char* d = track_dir(dir);
+  create_directory(d);
+  return format_string("%s/track_ave.dat", d);
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------- settings and accessors
@@ -604,20 +619,15 @@ void Transport::MC_average(int nruns) {
 // ---------------------------------------------------------------- track files
 
 void Transport::output_track(int run, const char* dir) const {
-  const char* d = track_dir(dir);
-  create_directory(d);
-  const std::string name = run <= 9999 ? format_string("%s/track_%04d.dat", d, run)
-                                       : format_string("%s/track_%d.dat", d, run);
+  const std::string name = track_file(dir, run);
   if (mc_steps.size() < static_cast<size_t>(mc_nrec) + 1) return;
   write_track(name, mc_nrec, mc_steps.data(), mc_time.data(), mc_pos.data(), mc_r2.data());
 }
 
 void Transport::output_track_ave(const char* dir) const {
-  const char* d = track_dir(dir);
-  create_directory(d);
+  const std::string name = track_ave_file(dir);
   if (mc_sum_time.size() < static_cast<size_t>(mc_nrec) + 1) return;
-  write_track(format_string("%s/track_ave.dat", d), mc_nrec, nullptr, mc_sum_time.data(),
-              mc_sum_pos.data(), mc_sum_r2.data());
+  write_track(name, mc_nrec, nullptr, mc_sum_time.data(), mc_sum_pos.data(), mc_sum_r2.data());
 }
 
 // ---------------------------------------------------------------- runs
@@ -697,16 +707,11 @@ long long Transport::MC_trajectory_into(std::mt19937& gen, MCSamples& out) const
 }
 
 void Transport::output_track(int run, const char* dir, const MCSamples& s) const {
-  const char* d = track_dir(dir);
-  create_directory(d);
-  const std::string name = run <= 9999 ? format_string("%s/track_%04d.dat", d, run)
-                                       : format_string("%s/track_%d.dat", d, run);
-  write_track(name, mc_nrec, s.steps.data(), s.time.data(), s.pos.data(), s.r2.data());
+  write_track(track_file(dir, run), mc_nrec, s.steps.data(), s.time.data(), s.pos.data(),
+              s.r2.data());
 }
 
 void Transport::output_track_ave(const char* dir, const MCSamples& ave) const {
-  const char* d = track_dir(dir);
-  create_directory(d);
-  write_track(format_string("%s/track_ave.dat", d), mc_nrec, nullptr, ave.time.data(),
-              ave.pos.data(), ave.r2.data());
+  write_track(track_ave_file(dir), mc_nrec, nullptr, ave.time.data(), ave.pos.data(),
+              ave.r2.data());
 }

@@ -17,6 +17,13 @@ NetworkHop hop(int from, int to, double rate, double dx, double dy = 0, double d
   return NetworkHop{from, to, rate, {dx, dy, dz}};
 }
 
+// Two sites a/2 apart on a line of period a: site 0 hops right at rate r0 and left at l0,
+// site 1 right at r1 and left at l1 (each to the other site).
+HopNetwork chain_cell(double a, double r0, double l0, double r1, double l1) {
+  return HopNetwork{2, {hop(0, 1, r0, a / 2), hop(0, 1, l0, -a / 2), hop(1, 0, r1, a / 2),
+                        hop(1, 0, l1, -a / 2)}};
+}
+
 // The leading eigenvalue lambda(q) of the Bloch matrix H_ij(q) = sum_hops k e^{i q.d} - K_i
 // delta_ij, by inverse iteration about 0; Re lambda(q) = -q.D.q + O(q^4).
 double bloch_real_eigenvalue(const HopNetwork& net, const double q[3]) {
@@ -92,10 +99,7 @@ TEST(ExactDiffusion, KnownAnswers) {
   // the series sum of the two bonds (chi is not zero here).
   {
     const double a = 4.0, k1 = 2.0, k2 = 7.0;
-    HopNetwork net{2,
-                   {hop(0, 1, k1, a / 2), hop(0, 1, k2, -a / 2), hop(1, 0, k2, a / 2),
-                    hop(1, 0, k1, -a / 2)}};
-    const ExactDiffusion e = exact_diffusion(net);
+    const ExactDiffusion e = exact_diffusion(chain_cell(a, k1, k2, k2, k1));
     EXPECT_NEAR(e.D[0][0], a * a * k1 * k2 / (2 * (k1 + k2)), 1e-12);
     EXPECT_NEAR(e.pi[0], 0.5, 1e-15);
     EXPECT_FALSE(e.drift);
@@ -104,10 +108,7 @@ TEST(ExactDiffusion, KnownAnswers) {
   // bonds): pi_0 = k_d / (k_u + k_d), D = a^2 k_u k_d / (2 (k_u + k_d)).
   {
     const double a = 3.0, ku = 0.5, kd = 4.0;
-    HopNetwork net{2,
-                   {hop(0, 1, ku, a / 2), hop(0, 1, ku, -a / 2), hop(1, 0, kd, a / 2),
-                    hop(1, 0, kd, -a / 2)}};
-    const ExactDiffusion e = exact_diffusion(net);
+    const ExactDiffusion e = exact_diffusion(chain_cell(a, ku, ku, kd, kd));
     EXPECT_NEAR(e.pi[0], kd / (ku + kd), 1e-15);
     EXPECT_NEAR(e.D[0][0], a * a * ku * kd / (2 * (ku + kd)), 1e-12);
   }
