@@ -129,6 +129,13 @@ TEST_F(Mobility, SameFilesForAnyThreadCountAndForMergedParts) {
   EXPECT_NE(missing.err.find("every run exactly once"), std::string::npos) << missing.err;
   const Outcome other_seed = run("-seed 4 -merge p1 p2 p3 -out res");
   EXPECT_EQ(other_seed.status, 1);
+  const std::string part = slurp(dir_ / "p2/mobility_part.dat");
+  std::ofstream(dir_ / "p2/mobility_part.dat") << part.substr(0, part.size() / 2);
+  const Outcome truncated = run("-seed 3 -merge p1 p2 p3 -out res");
+  EXPECT_EQ(truncated.status, 1);
+  EXPECT_NE(truncated.err.find("Partial sums in 'p2/mobility_part.dat' unusable"),
+            std::string::npos)
+      << truncated.err;
 }
 
 TEST_F(Mobility, BadRateFilesAndSettingsGetTheEngineMessages) {
@@ -145,6 +152,19 @@ TEST_F(Mobility, BadRateFilesAndSettingsGetTheEngineMessages) {
   EXPECT_NE(r.out.find("Failed to open input file WH.dat"), std::string::npos) << r.out;
 
   std::ofstream(dir_ / "WH.dat") << wh;
+  const std::string inp = slurp(dir_ / "kavri.inp");
+  std::ofstream(dir_ / "kavri.inp") << std::regex_replace(inp, std::regex("chargetype = h"),
+                                                          "chargetype = a");
+  r = run("-runs 2");
+  EXPECT_EQ(r.status, 255);
+  EXPECT_NE(r.out.find("CHARGETYPE IS NOT SET CORRECTLY!"), std::string::npos) << r.out;
+  std::ofstream(dir_ / "kavri.inp") << std::regex_replace(inp, std::regex("tsimu = 50"),
+                                                          "tsimu = 3");
+  r = run("-runs 2");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("Too few samples for the diffusion fit: nrec = 3"), std::string::npos)
+      << r.err;
+  std::ofstream(dir_ / "kavri.inp") << inp;
   for (const char* bad : {"-part 0/3", "-part 2", "-part 1/65", "-threads 0", "-runs x", "-bogus"}) {
     r = run(bad);
     EXPECT_EQ(r.status, 1) << bad;
