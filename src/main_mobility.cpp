@@ -43,7 +43,7 @@ const CliCommand kCommand{
 // The model with the settings the command reads.
 class MobilityModel : public Transport {
  public:
-  const double (*cell() const)[3] { return latt; }
+  HopNetwork network() const { return hop_network_of(*this, latt); }
   int runs_setting() const { return nsimu; }
   MobilitySetup setup(int runs, bool seeded, std::uint64_t seed) const {
     MobilitySetup s;
@@ -190,7 +190,7 @@ int main(int argc, char** argv) {
   if (seeded) model.set_MC_seed(seed);
   model.MC_init();
   const auto exact_start = std::chrono::steady_clock::now();
-  const ExactDiffusion exact = exact_diffusion(hop_network_of(model, model.cell()));
+  const ExactDiffusion exact = exact_diffusion(model.network());
   std::error_code ignored;  // a directory that cannot be made fails where it is written
   std::filesystem::create_directories(out, ignored);
   std::fprintf(stderr, "kavri_mobility: exact tensor of %d molecules in %.3g s\n",
