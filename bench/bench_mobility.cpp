@@ -2,12 +2,14 @@
 // (rates from its distance law): 16 runs of about 8e5 hops each per iteration, track files
 // written as the command writes them. Each thread count reports hops/s and its speed-up over
 // one thread measured in the same run; "engine_one_thread" is the engine's own sequential
-// trajectory loop on the same network, the per-core rate to keep.
+// trajectory loop on the same network, the per-core rate to keep. "exact_tensor" solves the
+// exact diffusion tensor of anthracene supercells (240 and 4,320 molecules, the same law).
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -18,6 +20,7 @@
 #include <thread>
 
 #include "mobility_runs.h"
+#include "mobility_tensor.h"
 #include "transport.h"
 
 namespace {
@@ -104,6 +107,47 @@ void BM_EngineOneThread(benchmark::State& state) {
   state.counters["hops_per_s"] = benchmark::Counter(static_cast<double>(hops), benchmark::Counter::kIsRate);
 }
 
+// The hop network of a P1 supercell with rates k = 1000 exp(-2 (r - 4)) 1/ns by the Cartesian
+// hop length r, straight from the neighbour list.
+class Supercell : public Transport {
+ public:
+  explicit Supercell(const std::string& cif) {
+    read_data_cif(cif.c_str(), false);
+    struct_source = 2;
+    read_crystal_strcuture_files(false, false);
+    post_data_read_treatment(false);
+    build_neighbor_list(false, false);
+    net.nsites = nmols_uc;
+    for (int i = 0; i < nmols_uc; ++i)
+      for (int k = 0; k < nei_count[i]; ++k) {
+        NetworkHop h{i, nei_mol[i][k], 0.0, {0, 0, 0}};
+        double r2 = 0.0;
+        for (int a = 0; a < 3; ++a) {
+          for (int c = 0; c < 3; ++c) h.d[a] += latt[a][c] * nei_disp[i][3 * k + c];
+          r2 += h.d[a] * h.d[a];
+        }
+        h.rate = 1000.0 * std::exp(-2.0 * (std::sqrt(r2) - 4.0));
+        net.hops.push_back(h);
+      }
+  }
+  HopNetwork net;
+};
+
+void BM_ExactTensor(benchmark::State& state) {
+  static const char* const files[2] = {"anthracene_5x6x4_p1.cif", "anthracene_10x18x12_p1.cif"};
+  static std::unique_ptr<Supercell> cells[2];
+  const int which = static_cast<int>(state.range(0));
+  if (!cells[which])
+    cells[which] = std::make_unique<Supercell>(std::string(KAVRI_LARGE_DIR) + "/" + files[which]);
+  double trace = 0.0;
+  for (auto _ : state) {
+    const ExactDiffusion e = exact_diffusion(cells[which]->net);
+    trace = e.D[0][0] + e.D[1][1] + e.D[2][2];
+  }
+  state.counters["molecules"] = cells[which]->net.nsites;
+  state.counters["trD_A2_per_ns"] = trace;
+}
+
 void thread_counts(benchmark::internal::Benchmark* b) {
   const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
   for (int t = 1; t <= cores; ++t) b->Arg(t);
@@ -117,3 +161,4 @@ BENCHMARK(BM_MobilityThreads)
     ->Apply(thread_counts)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
+BENCHMARK(BM_ExactTensor)->Name("exact_tensor")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
