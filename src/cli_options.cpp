@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 
 #include "kavri_version.h"
 
@@ -132,4 +133,18 @@ std::string cli_manpage(const CliCommand& cmd, const std::string& version) {
 std::string cli_version_line(const CliCommand& cmd) {
   return std::string(cmd.name) + " (KAVRI charge-transport suite) " + KAVRI_PROJECT_VERSION +
          "\n";
+}
+
+bool cli_answer_standard(const CliCommand& cmd, const CliArgs& args) {
+  std::string text;
+  if (args.has("-h") || args.has("--help"))
+    text = cli_usage(cmd);
+  else if (args.has("--version"))
+    text = cli_version_line(cmd);
+  else if (args.has("--manpage"))
+    text = cli_manpage(cmd, KAVRI_PROJECT_VERSION);
+  else
+    return false;
+  std::fputs(text.c_str(), stdout);
+  return true;
 }

@@ -55,3 +55,8 @@ std::string cli_manpage(const CliCommand& cmd, const std::string& version);
 
 // "<command> <project version>" as every tool of the suite prints it for --version.
 std::string cli_version_line(const CliCommand& cmd);
+
+// Answers -h/--help (usage text), --version (version line) and --manpage (man page) on
+// standard output, in that order of precedence; true when one was answered and the command
+// ends with status 0.
+bool cli_answer_standard(const CliCommand& cmd, const CliArgs& args);

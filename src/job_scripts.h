@@ -26,6 +26,7 @@ constexpr int SCHED_GAUSSIAN_HL_ARRAY = 352;
 constexpr int SCHED_ORCA_HL_ARRAY = 369;
 constexpr int SCHED_QCHEM_HL_ARRAY = 386;
 constexpr int SCHED_TRANSINT_ARRAY = 403;
+constexpr int SCHED_MC_ARRAY = 420;
 }  // namespace job_scripts_lines
 
 // Back-ends of the job-script writers, in the order of the scheduler types.
@@ -106,6 +107,28 @@ class Jobscript {
   void write_MC_job_local(const std::string& script, int nodes, int ppn,
                           const std::string& job_name, const std::string& marker,
                           const std::string& command, const std::string& out_dir);
+  // Monte Carlo slices as an array job: task i runs `command` with every "@TASK@" in it
+  // replaced by the scheduler's task index.
+  void write_MC_job_array(const std::string& script, int nodes, int ppn,
+                          const std::string& job_name, const std::string& marker,
+                          const std::vector<int>& tasks, int ntasks, const std::string& command,
+                          const std::string& out_dir);
+  void write_MC_job_array_pbs(const std::string& script, int nodes, int ppn,
+                              const std::string& job_name, const std::string& marker,
+                              const std::vector<int>& tasks, int ntasks, const std::string& command,
+                              const std::string& out_dir);
+  void write_MC_job_array_slurm(const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::vector<int>& tasks, int ntasks,
+                                const std::string& command, const std::string& out_dir);
+  void write_MC_job_array_lsf(const std::string& script, int nodes, int ppn,
+                              const std::string& job_name, const std::string& marker,
+                              const std::vector<int>& tasks, int ntasks, const std::string& command,
+                              const std::string& out_dir);
+  void write_MC_job_array_local(const std::string& script, int nodes, int ppn,
+                                const std::string& job_name, const std::string& marker,
+                                const std::vector<int>& tasks, int ntasks,
+                                const std::string& command, const std::string& out_dir);
   void write_ME_job(const std::string& script, int nodes, int ppn, const std::string& job_name,
                     const std::string& marker, const std::string& command,
                     const std::string& out_dir);
@@ -414,6 +437,10 @@ class Jobscript {
   void write_MC_job_on(int backend, const std::string& script, int nodes, int ppn,
                        const std::string& job_name, const std::string& marker,
                        const std::string& command, const std::string& out_dir) const;
+  void write_MC_job_array_on(int backend, const std::string& script, int nodes, int ppn,
+                             const std::string& job_name, const std::string& marker,
+                             const std::vector<int>& tasks, int ntasks, const std::string& command,
+                             const std::string& out_dir) const;
   void write_ME_job_on(int backend, const std::string& script, int nodes, int ppn,
                        const std::string& job_name, const std::string& marker,
                        const std::string& command, const std::string& out_dir) const;

@@ -128,6 +128,14 @@ std::string transint_task_body(bool moo, const std::string& exe, const std::stri
                        list_file.c_str(), t);
 }
 
+// A command of an array task: "@TASK@" stands for the task index.
+std::string task_command(const std::string& command, const char* task) {
+  std::string s = command;
+  for (size_t at = s.find("@TASK@"); at != std::string::npos; at = s.find("@TASK@", at))
+    s.replace(at, 6, task);
+  return s + "\n\n";
+}
+
 }  // namespace
 
 namespace L = job_scripts_lines;
@@ -231,6 +239,51 @@ void Jobscript::write_MC_job_local(const std::string& script, int nodes, int ppn
                                    const std::string& job_name, const std::string& marker,
                                    const std::string& command, const std::string& out_dir) {
   write_MC_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
+}
+
+void Jobscript::write_MC_job_array_on(int backend, const std::string& script, int nodes, int ppn,
+                                      const std::string& job_name, const std::string& marker,
+                                      const std::vector<int>& tasks, int ntasks,
+                                      const std::string& command,
+                                      const std::string& out_dir) const {
+  write_job_script(
+      backend, program_array_frame(script, nodes, ppn, job_name, marker, tasks, ntasks, out_dir),
+      task_command(command, job_task_var(backend)));
+}
+void Jobscript::write_MC_job_array(const std::string& script, int nodes, int ppn,
+                                   const std::string& job_name, const std::string& marker,
+                                   const std::vector<int>& tasks, int ntasks,
+                                   const std::string& command, const std::string& out_dir) {
+  write_MC_job_array_on(job_backend_or_fail(L::SCHED_MC_ARRAY), script, nodes, ppn, job_name,
+                        marker, tasks, ntasks, command, out_dir);
+}
+void Jobscript::write_MC_job_array_pbs(const std::string& script, int nodes, int ppn,
+                                       const std::string& job_name, const std::string& marker,
+                                       const std::vector<int>& tasks, int ntasks,
+                                       const std::string& command, const std::string& out_dir) {
+  write_MC_job_array_on(kPbs, script, nodes, ppn, job_name, marker, tasks, ntasks, command,
+                        out_dir);
+}
+void Jobscript::write_MC_job_array_slurm(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::vector<int>& tasks, int ntasks,
+                                         const std::string& command, const std::string& out_dir) {
+  write_MC_job_array_on(kSlurm, script, nodes, ppn, job_name, marker, tasks, ntasks, command,
+                        out_dir);
+}
+void Jobscript::write_MC_job_array_lsf(const std::string& script, int nodes, int ppn,
+                                       const std::string& job_name, const std::string& marker,
+                                       const std::vector<int>& tasks, int ntasks,
+                                       const std::string& command, const std::string& out_dir) {
+  write_MC_job_array_on(kLsf, script, nodes, ppn, job_name, marker, tasks, ntasks, command,
+                        out_dir);
+}
+void Jobscript::write_MC_job_array_local(const std::string& script, int nodes, int ppn,
+                                         const std::string& job_name, const std::string& marker,
+                                         const std::vector<int>& tasks, int ntasks,
+                                         const std::string& command, const std::string& out_dir) {
+  write_MC_job_array_on(kLocal, script, nodes, ppn, job_name, marker, tasks, ntasks, command,
+                        out_dir);
 }
 
 void Jobscript::write_ME_job_on(int backend, const std::string& script, int nodes, int ppn,

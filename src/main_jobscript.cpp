@@ -257,18 +257,7 @@ int main(int argc, char** argv) {
     refuse(error + "\n" + cli_usage(kCommand));
   if (!args.positional.empty())
     refuse("unexpected argument: " + args.positional.front() + "\n" + cli_usage(kCommand));
-  if (args.has("-h") || args.has("--help")) {
-    std::fputs(cli_usage(kCommand).c_str(), stdout);
-    return 0;
-  }
-  if (args.has("--version")) {
-    std::fputs(cli_version_line(kCommand).c_str(), stdout);
-    return 0;
-  }
-  if (args.has("--manpage")) {
-    std::fputs(cli_manpage(kCommand, KAVRI_PROJECT_VERSION).c_str(), stdout);
-    return 0;
-  }
+  if (cli_answer_standard(kCommand, args)) return 0;
 
   const std::string config = args.value("-config", "kavri.inp");
   const std::string script = args.value("-script", "siteenergy");

@@ -102,6 +102,21 @@ class Transport : public KavriInp {
   int MC_select_hop(int mol, double u) const;
   int MC_select_hop_thinfilm(int mol, const double D[3], double u, double* ktotal) const;
 
+  // Samples of one trajectory, nrec + 1 of each, owned by the caller.
+  struct MCSamples {
+    std::vector<int> steps;
+    std::vector<double> time, pos, r2;  // ns; angstrom, 3 per sample; angstrom^2
+  };
+  MCSamples MC_new_samples() const;
+  // One trajectory of the static engine (as MC_run_openMP runs it) with generator `gen` into
+  // `out`. It only reads the hop tables, so threads can run trajectories at the same time.
+  long long MC_trajectory_into(std::mt19937& gen, MCSamples& out) const;
+  // The generator of run number `run` (from 1) when a seed is set: (seed, run).
+  std::mt19937 MC_seeded_generator(int run) const { return MC_trajectory_generator(nullptr, run); }
+  // Track file of run `run` and the average track from given samples (its steps ignored).
+  void output_track(int run, const char* dir, const MCSamples& s) const;
+  void output_track_ave(const char* dir, const MCSamples& ave) const;
+
   bool is_MC_initialized() const { return mc_initialized; }
   int get_MC_nrec() const { return mc_nrec; }
   int get_MC_max_nhops() const { return mc_max_nhops; }

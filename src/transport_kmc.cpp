@@ -191,6 +191,21 @@ void write_track(const std::string& name, int nrec, const int* steps, const doub
 
 const char* track_dir(const char* dir) { return dir ? dir : "."; }
 
+// The track file of run number `run` in `dir` (made if missing).
+std::string track_file(const char* dir, int run) {
+  const char* d = track_dir(dir);
+  create_directory(d);
+  return run <= 9999 ? format_string("%s/track_%04d.dat", d, run)
+                     : format_string("%s/track_%d.dat", d, run);
+}
+
+// The average track in `dir` (made if missing).
+std::string track_ave_file(const char* dir) {
+  const char* d = track_dir(dir);
+  create_directory(d);
+  return format_string("%s/track_ave.dat", d);
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------- settings and accessors
@@ -629,20 +644,15 @@ void Transport::MC_average(int nruns) {
 // ---------------------------------------------------------------- track files
 
 void Transport::output_track(int run, const char* dir) const {
-  const char* d = track_dir(dir);
-  create_directory(d);
-  const std::string name = run <= 9999 ? format_string("%s/track_%04d.dat", d, run)
-                                       : format_string("%s/track_%d.dat", d, run);
+  const std::string name = track_file(dir, run);
   if (mc_steps.size() < static_cast<size_t>(mc_nrec) + 1) return;
   write_track(name, mc_nrec, mc_steps.data(), mc_time.data(), mc_pos.data(), mc_r2.data());
 }
 
 void Transport::output_track_ave(const char* dir) const {
-  const char* d = track_dir(dir);
-  create_directory(d);
+  const std::string name = track_ave_file(dir);
   if (mc_sum_time.size() < static_cast<size_t>(mc_nrec) + 1) return;
-  write_track(format_string("%s/track_ave.dat", d), mc_nrec, nullptr, mc_sum_time.data(),
-              mc_sum_pos.data(), mc_sum_r2.data());
+  write_track(name, mc_nrec, nullptr, mc_sum_time.data(), mc_sum_pos.data(), mc_sum_r2.data());
 }
 
 // ---------------------------------------------------------------- runs
@@ -695,4 +705,38 @@ void Transport::MC_run_openMP_thinfilm(const char* dir, int /*unused*/, int nrun
 
 void Transport::MC_run_openMP_dyn_disorder(const char* dir, int /*unused*/, int nruns) {
   MC_run_trajectories(dir, nruns, MCEngine::DynamicDisorder);
+}
+
+// ---------------------------------------------------------------- caller-owned samples
+
+Transport::MCSamples Transport::MC_new_samples() const {
+  const size_t ns = static_cast<size_t>(mc_nrec) + 1;
+  MCSamples s;
+  s.steps.assign(ns, 0);
+  s.time.assign(ns, 0.0);
+  s.pos.assign(3 * ns, 0.0);
+  s.r2.assign(ns, 0.0);
+  return s;
+}
+
+long long Transport::MC_trajectory_into(std::mt19937& gen, MCSamples& out) const {
+  if (mc_sites.empty() || out.steps.size() < static_cast<size_t>(mc_nrec) + 1) return 0;
+  auto uniform = [&gen]() {
+    return std::generate_canonical<double, std::numeric_limits<double>::digits>(gen);
+  };
+  TableStep<decltype(uniform), MCSite> step{uniform, mc_sites.data(), mc_target.data(),
+                                            mc_cum.data(), mc_disp.data()};
+  return run_trajectory(step, latt, tsnap, mc_nrec, true,
+                        SampleArrays{out.steps.data(), out.time.data(), out.pos.data(),
+                                     out.r2.data()});
+}
+
+void Transport::output_track(int run, const char* dir, const MCSamples& s) const {
+  write_track(track_file(dir, run), mc_nrec, s.steps.data(), s.time.data(), s.pos.data(),
+              s.r2.data());
+}
+
+void Transport::output_track_ave(const char* dir, const MCSamples& ave) const {
+  write_track(track_ave_file(dir), mc_nrec, nullptr, ave.time.data(), ave.pos.data(),
+              ave.r2.data());
 }
