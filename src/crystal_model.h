@@ -2,6 +2,7 @@
 // and symmetry as read, the atom counts of each loading stage, the whole molecules of one unit
 // cell and every molecule's neighbour images in the order of EH.dat and EL.dat.
 #pragma once
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -66,6 +67,9 @@ struct CrystalModel {
 // list) and returns what they made, with the closest contact of every neighbour pair. The
 // stages' own messages go where they always go; fatal errors end the run as in the utility.
 CrystalModel load_crystal(const CrystalRequest& request);
+
+// A value printed as 0 when it is round-off (such as -3.7e-16 for cos 90 in a cell vector).
+inline double tidy_zero(double v) { return std::fabs(v) < 5e-9 ? 0.0 : v; }
 
 // Element symbol of an index ("X" for an unknown element), and a Hill-order formula.
 std::string element_symbol(int type);

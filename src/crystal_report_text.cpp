@@ -7,13 +7,6 @@
 #include "crystal_report.h"
 #include "util.h"
 
-namespace {
-
-// Round-off of the cell angles (such as -3.7e-16 for cos 90) printed as 0.
-double tidy(double v) { return std::fabs(v) < 5e-9 ? 0.0 : v; }
-
-}  // namespace
-
 std::vector<std::pair<std::string, std::vector<int>>> formula_groups(const CrystalModel& m) {
   std::vector<std::pair<std::string, std::vector<int>>> groups;
   for (size_t i = 0; i < m.molecules.size(); ++i) {
@@ -33,8 +26,8 @@ void write_text_report(std::ostream& out, const CrystalModel& m, const Warnings&
                        "gamma = %.3f\n",
                        m.cell[0], m.cell[1], m.cell[2], m.cell[3], m.cell[4], m.cell[5]);
   for (int v = 0; v < 3; ++v)
-    out << format_string("  vector %c: %12.6f %12.6f %12.6f\n", "abc"[v], tidy(m.latt[0][v]),
-                         tidy(m.latt[1][v]), tidy(m.latt[2][v]));
+    out << format_string("  vector %c: %12.6f %12.6f %12.6f\n", "abc"[v], tidy_zero(m.latt[0][v]),
+                         tidy_zero(m.latt[1][v]), tidy_zero(m.latt[2][v]));
   if (m.from_cif) {
     out << "Space group: " << (m.spacegroup.empty() ? "(none)" : m.spacegroup) << "\n";
     out << "Symmetry operations: " << m.operations.size() << "\n";

@@ -47,7 +47,7 @@ void write_xyz(std::ostream& out, const Structure& s) {
     out << "Lattice=\"";
     for (int c = 0; c < 3; ++c)
       for (int r = 0; r < 3; ++r)
-        out << format_string("%s%.8f", c + r ? " " : "", s.latt[r][c]);
+        out << format_string("%s%.8f", c + r ? " " : "", tidy_zero(s.latt[r][c]));
     out << "\" ";
   }
   out << "Properties=species:S:1:pos:R:3:molecule:I:1 pbc=\"" << (s.periodic ? "T T T" : "F F F")
@@ -137,7 +137,8 @@ void write_poscar(std::ostream& out, const Structure& s) {
     if (count[t]++ == 0) order.push_back(t);
   out << s.title << "\n1.0\n";
   for (int c = 0; c < 3; ++c)
-    out << format_string("  %16.10f %16.10f %16.10f\n", s.latt[0][c], s.latt[1][c], s.latt[2][c]);
+    out << format_string("  %16.10f %16.10f %16.10f\n", tidy_zero(s.latt[0][c]),
+                         tidy_zero(s.latt[1][c]), tidy_zero(s.latt[2][c]));
   for (int t : order) out << " " << element_symbol(t);
   out << "\n";
   for (int t : order) out << " " << count[t];
