@@ -21,6 +21,14 @@ std::string warning(const std::vector<std::string>& lines) {
   return w;
 }
 
+// Each pair is listed from both sides; this picks one: j > i, or for images of the molecule
+// itself the shift that comes first.
+bool first_side(size_t i, const NeighbourImage& n) {
+  const int mol = static_cast<int>(i);
+  if (n.mol != mol) return n.mol > mol;
+  return std::make_tuple(n.shift[0], n.shift[1], n.shift[2]) > std::make_tuple(0, 0, 0);
+}
+
 bool contains_element(const std::vector<int>& types, int z) {
   return std::find(types.begin(), types.end(), z) != types.end();
 }
@@ -156,13 +164,14 @@ Warnings check_close_atoms(const CrystalModel& m) {
       }
   }
   int between = 0;
-  for (const CrystalMolecule& mol : m.molecules)
-    for (const NeighbourImage& n : mol.neighbours) between += n.contact < limit;
+  for (size_t i = 0; i < m.molecules.size(); ++i)
+    for (const NeighbourImage& n : m.molecules[i].neighbours)
+      between += first_side(i, n) && n.contact < limit;
   if (!within && !between) return {};
   return {warning({format_string("%d atom pair(s) inside molecules and %d neighbour pair(s) "
-                                 "are closer than 0.5 A.", within, between / 2 + between % 2),
-                   "Overlapping sites (disorder, or symmetry copies not recognised as "
-                   "duplicates) should be removed from the file."})};
+                                 "are closer than 0.5 A.", within, between),
+                   "Overlapping sites (disorder, symmetry copies not taken as duplicates, "
+                   "or a cell too small for its molecules) must be removed."})};
 }
 
 Warnings check_isolated_molecules(const CrystalModel& m) {

@@ -22,8 +22,6 @@ class CrystalLoader : public Transport {
  public:
   // Moves the loaded structure into `m` (the loader is not used afterwards).
   void move_into(CrystalModel& m);
-
-  void set_defaults() { set_varables_default(); }
 };
 
 // A copy of the keyword file with every bond_dis_scale line replaced by one with `scale`,
@@ -173,7 +171,7 @@ CrystalModel load_crystal(const CrystalRequest& request) {
       std::remove(copy.c_str());
     }
   } else {
-    loader->set_defaults();
+    loader->set_varables_default();
     if (!request.bond_scale.empty()) loader->apply_keyword("bond_dis_scale", request.bond_scale);
     if (!request.cif.empty()) loader->apply_keyword("crystal", request.cif);
     if (!request.mols.empty()) {

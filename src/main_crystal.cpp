@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <string>
 
@@ -72,6 +73,22 @@ int main(int argc, char** argv) {
                  cli_usage(kCommand).c_str());
     return 1;
   }
+  const std::vector<std::string>& sc = args.last("-supercell");
+  StructureChoice choice;
+  if (args.has("-cluster")) choice.cluster = std::atoi(args.value("-cluster").c_str());
+  for (size_t k = 0; k < sc.size(); ++k) choice.supercell[k] = std::atoi(sc[k].c_str());
+  const char* choice_error =
+      (args.has("-cluster") || !sc.empty()) && !args.has("-write")
+          ? "-cluster and -supercell choose what -write writes; give -write FILE."
+      : args.has("-cluster") && !sc.empty() ? "Give -cluster or -supercell, not both."
+      : args.has("-cluster") && choice.cluster < 1 ? "-cluster takes a molecule number from 1."
+      : choice.supercell[0] < 1 || choice.supercell[1] < 1 || choice.supercell[2] < 1
+          ? "-supercell takes three repetitions of at least 1."
+          : nullptr;
+  if (choice_error) {
+    std::fprintf(stderr, "%s\n%s", choice_error, cli_usage(kCommand).c_str());
+    return 1;
+  }
   if (!args.positional.empty()) request.cif = args.positional[0];
   if (request.config.empty() && request.cif.empty() && request.mols.empty())
     request.config = "kavri.inp";
@@ -95,10 +112,6 @@ int main(int argc, char** argv) {
     write_text_report(std::cout, model, warnings);
   std::cout.flush();
 
-  StructureChoice choice;
-  if (args.has("-cluster")) choice.cluster = std::atoi(args.value("-cluster").c_str());
-  const std::vector<std::string>& sc = args.last("-supercell");
-  for (size_t k = 0; k < sc.size(); ++k) choice.supercell[k] = std::atoi(sc[k].c_str());
   if (args.has("-write")) {
     const Structure structure = select_structure(model, choice);
     for (const std::vector<std::string>& w : args.given.at("-write")) {

@@ -2,6 +2,7 @@
 // the P1 CIF written back through the utility's loading stages, the cluster of one molecule,
 // and the command run on a reference calculation directory next to kavri_siteenergy.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -269,4 +270,16 @@ TEST(CrystalCommand, ConfigGivesTheNeighbourCountsOfEHdat) {
         << "molecule " << id << " count " << count;
   }
   fs::remove_all(dir);
+}
+
+TEST(CrystalCommand, UsageErrorsEndWithStatusOneBeforeAnythingIsRead) {
+  const std::string exe = KAVRI_CRYSTAL_EXE;
+  const std::string cif = (kCrystals / "anthracene.cif").string();
+  for (const std::string& args : {std::string(" -bogus"), " " + cif + " -cluster 1", " " + cif + " " + cif,
+                                   " " + cif + " -supercell 0 1 1 -write x.cif",
+                                   std::string(" -cutoff")}) {
+    const int status = std::system((exe + args + " > /dev/null 2>&1").c_str());
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << args;
+  }
+  EXPECT_EQ(std::system((exe + " --version > /dev/null").c_str()), 0);
 }
