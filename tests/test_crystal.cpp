@@ -242,6 +242,31 @@ TEST(CrystalWriters, ClusterHoldsTheMoleculeAndEveryNeighbourImage) {
   EXPECT_EXIT(write_cif(std::cout, s), ::testing::ExitedWithCode(1), "no cell");
 }
 
+// Overrides of the command line win over the input file; the bond scale is in force when the
+// crystal line is read, whatever the file sets before it.
+TEST(CrystalLoad, CommandLineOverridesTheInputFile) {
+  const fs::path dir = make_tempdir();
+  const fs::path inp = dir / "kavri.inp";
+  std::ofstream(inp) << "&transport\n  bond_dis_scale = 0.5\n  crystal = "
+                     << (kCrystals / "anthracene.cif").string()
+                     << "\n  lattice_cutoff = 3.0\n/\n";
+  CrystalRequest r;
+  r.config = inp.string();
+  const CrystalModel as_written = load_crystal(r);
+  EXPECT_EQ(as_written.molecules.size(), 48u);  // every atom alone at a scale of 0.5
+  EXPECT_DOUBLE_EQ(as_written.cutoff, 3.0);
+
+  r.bond_scale = "1.15";
+  r.cutoff = "4.5";
+  r.scell = "2 2 2";
+  const CrystalModel overridden = load_crystal(r);
+  ASSERT_EQ(overridden.molecules.size(), 2u);
+  EXPECT_EQ(overridden.molecules[0].formula, "C14H10");
+  EXPECT_DOUBLE_EQ(overridden.cutoff, 4.5);
+  EXPECT_EQ(overridden.scell[0], 2);
+  fs::remove_all(dir);
+}
+
 // On a reference calculation directory the command reads kavri.inp exactly as the utility
 // does: one neighbour list per molecule with as many entries as its block of EH.dat.
 TEST(CrystalCommand, ConfigGivesTheNeighbourCountsOfEHdat) {
