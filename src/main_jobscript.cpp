@@ -19,7 +19,6 @@
 
 #include "cli_options.h"
 #include "kavri_inp.h"
-#include "kavri_version.h"
 #include "util.h"
 #include "util_error.h"
 
