@@ -431,25 +431,13 @@ class Jobscript {
                                  const std::vector<int>& tasks, int ntasks,
                                  const std::string& out_dir);
   // Each family's script on a given back-end: its frame around its body.
-  void write_calc_siteEner_job_on(int backend, const std::string& script, int nodes, int ppn,
-                                  const std::string& job_name, const std::string& marker,
-                                  const std::string& command, const std::string& out_dir) const;
-  void write_MC_job_on(int backend, const std::string& script, int nodes, int ppn,
-                       const std::string& job_name, const std::string& marker,
-                       const std::string& command, const std::string& out_dir) const;
+  void write_command_job_on(int backend, const std::string& script, int nodes, int ppn,
+                            const std::string& job_name, const std::string& marker,
+                            const std::string& command, const std::string& out_dir) const;
   void write_MC_job_array_on(int backend, const std::string& script, int nodes, int ppn,
                              const std::string& job_name, const std::string& marker,
                              const std::vector<int>& tasks, int ntasks, const std::string& command,
                              const std::string& out_dir) const;
-  void write_ME_job_on(int backend, const std::string& script, int nodes, int ppn,
-                       const std::string& job_name, const std::string& marker,
-                       const std::string& command, const std::string& out_dir) const;
-  void write_calc_mob_job_on(int backend, const std::string& script, int nodes, int ppn,
-                             const std::string& job_name, const std::string& marker,
-                             const std::string& command, const std::string& out_dir) const;
-  void write_calc_getRE_job_on(int backend, const std::string& script, int nodes, int ppn,
-                               const std::string& job_name, const std::string& marker,
-                               const std::string& command, const std::string& out_dir) const;
   void write_gaussian_RE_job_on(int backend, const std::string& script, int nodes, int ppn,
                                 const std::string& job_name, const std::string& marker,
                                 const std::string& command, const std::string& out_dir) const;

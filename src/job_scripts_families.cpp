@@ -170,75 +170,69 @@ Jobscript::JobFrame Jobscript::qc_array_frame(const std::string& script, int nod
 
 // ---------------------------------------------------------------- one-command jobs
 
-void Jobscript::write_calc_siteEner_job_on(int backend, const std::string& script, int nodes,
-                                           int ppn, const std::string& job_name,
-                                           const std::string& marker, const std::string& command,
-                                           const std::string& out_dir) const {
+// The one-command jobs share one script: the program frame around the command.
+void Jobscript::write_command_job_on(int backend, const std::string& script, int nodes, int ppn,
+                                     const std::string& job_name, const std::string& marker,
+                                     const std::string& command, const std::string& out_dir) const {
   write_job_script(backend, program_frame(script, nodes, ppn, job_name, marker, out_dir),
                    command_body(command));
 }
 void Jobscript::write_calc_siteEner_job(const std::string& script, int nodes, int ppn,
                                         const std::string& job_name, const std::string& marker,
                                         const std::string& command, const std::string& out_dir) {
-  write_calc_siteEner_job_on(job_backend_or_fail(L::SCHED_SITEENER), script, nodes, ppn, job_name,
-                             marker, command, out_dir);
+  write_command_job_on(job_backend_or_fail(L::SCHED_SITEENER), script, nodes, ppn, job_name, marker,
+                       command, out_dir);
 }
 void Jobscript::write_calc_siteEner_job_pbs(const std::string& script, int nodes, int ppn,
                                             const std::string& job_name, const std::string& marker,
                                             const std::string& command,
                                             const std::string& out_dir) {
-  write_calc_siteEner_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_calc_siteEner_job_slurm(const std::string& script, int nodes, int ppn,
                                               const std::string& job_name,
                                               const std::string& marker, const std::string& command,
                                               const std::string& out_dir) {
-  write_calc_siteEner_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_calc_siteEner_job_lsf(const std::string& script, int nodes, int ppn,
                                             const std::string& job_name, const std::string& marker,
                                             const std::string& command,
                                             const std::string& out_dir) {
-  write_calc_siteEner_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_calc_siteEner_job_local(const std::string& script, int nodes, int ppn,
                                               const std::string& job_name,
                                               const std::string& marker, const std::string& command,
                                               const std::string& out_dir) {
-  write_calc_siteEner_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 
-void Jobscript::write_MC_job_on(int backend, const std::string& script, int nodes, int ppn,
-                                const std::string& job_name, const std::string& marker,
-                                const std::string& command, const std::string& out_dir) const {
-  write_job_script(backend, program_frame(script, nodes, ppn, job_name, marker, out_dir),
-                   command_body(command));
-}
 void Jobscript::write_MC_job(const std::string& script, int nodes, int ppn,
                              const std::string& job_name, const std::string& marker,
                              const std::string& command, const std::string& out_dir) {
-  write_MC_job_on(job_backend_or_fail(L::SCHED_MC), script, nodes, ppn, job_name, marker, command,
-                  out_dir);
+  write_command_job_on(job_backend_or_fail(L::SCHED_MC), script, nodes, ppn, job_name, marker,
+                       command, out_dir);
 }
 void Jobscript::write_MC_job_pbs(const std::string& script, int nodes, int ppn,
                                  const std::string& job_name, const std::string& marker,
                                  const std::string& command, const std::string& out_dir) {
-  write_MC_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_MC_job_slurm(const std::string& script, int nodes, int ppn,
                                    const std::string& job_name, const std::string& marker,
                                    const std::string& command, const std::string& out_dir) {
-  write_MC_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_MC_job_lsf(const std::string& script, int nodes, int ppn,
                                  const std::string& job_name, const std::string& marker,
                                  const std::string& command, const std::string& out_dir) {
-  write_MC_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_MC_job_local(const std::string& script, int nodes, int ppn,
                                    const std::string& job_name, const std::string& marker,
                                    const std::string& command, const std::string& out_dir) {
-  write_MC_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 
 void Jobscript::write_MC_job_array_on(int backend, const std::string& script, int nodes, int ppn,
@@ -286,105 +280,85 @@ void Jobscript::write_MC_job_array_local(const std::string& script, int nodes, i
                         out_dir);
 }
 
-void Jobscript::write_ME_job_on(int backend, const std::string& script, int nodes, int ppn,
-                                const std::string& job_name, const std::string& marker,
-                                const std::string& command, const std::string& out_dir) const {
-  write_job_script(backend, program_frame(script, nodes, ppn, job_name, marker, out_dir),
-                   command_body(command));
-}
 void Jobscript::write_ME_job(const std::string& script, int nodes, int ppn,
                              const std::string& job_name, const std::string& marker,
                              const std::string& command, const std::string& out_dir) {
-  write_ME_job_on(job_backend_or_fail(L::SCHED_ME), script, nodes, ppn, job_name, marker, command,
-                  out_dir);
+  write_command_job_on(job_backend_or_fail(L::SCHED_ME), script, nodes, ppn, job_name, marker,
+                       command, out_dir);
 }
 void Jobscript::write_ME_job_pbs(const std::string& script, int nodes, int ppn,
                                  const std::string& job_name, const std::string& marker,
                                  const std::string& command, const std::string& out_dir) {
-  write_ME_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_ME_job_slurm(const std::string& script, int nodes, int ppn,
                                    const std::string& job_name, const std::string& marker,
                                    const std::string& command, const std::string& out_dir) {
-  write_ME_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_ME_job_lsf(const std::string& script, int nodes, int ppn,
                                  const std::string& job_name, const std::string& marker,
                                  const std::string& command, const std::string& out_dir) {
-  write_ME_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_ME_job_local(const std::string& script, int nodes, int ppn,
                                    const std::string& job_name, const std::string& marker,
                                    const std::string& command, const std::string& out_dir) {
-  write_ME_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 
-void Jobscript::write_calc_mob_job_on(int backend, const std::string& script, int nodes, int ppn,
-                                      const std::string& job_name, const std::string& marker,
-                                      const std::string& command,
-                                      const std::string& out_dir) const {
-  write_job_script(backend, program_frame(script, nodes, ppn, job_name, marker, out_dir),
-                   command_body(command));
-}
 void Jobscript::write_calc_mob_job(const std::string& script, int nodes, int ppn,
                                    const std::string& job_name, const std::string& marker,
                                    const std::string& command, const std::string& out_dir) {
-  write_calc_mob_job_on(job_backend_or_fail(L::SCHED_MOB), script, nodes, ppn, job_name, marker,
-                        command, out_dir);
+  write_command_job_on(job_backend_or_fail(L::SCHED_MOB), script, nodes, ppn, job_name, marker,
+                       command, out_dir);
 }
 void Jobscript::write_calc_mob_job_pbs(const std::string& script, int nodes, int ppn,
                                        const std::string& job_name, const std::string& marker,
                                        const std::string& command, const std::string& out_dir) {
-  write_calc_mob_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_calc_mob_job_slurm(const std::string& script, int nodes, int ppn,
                                          const std::string& job_name, const std::string& marker,
                                          const std::string& command, const std::string& out_dir) {
-  write_calc_mob_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_calc_mob_job_lsf(const std::string& script, int nodes, int ppn,
                                        const std::string& job_name, const std::string& marker,
                                        const std::string& command, const std::string& out_dir) {
-  write_calc_mob_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_calc_mob_job_local(const std::string& script, int nodes, int ppn,
                                          const std::string& job_name, const std::string& marker,
                                          const std::string& command, const std::string& out_dir) {
-  write_calc_mob_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 
-void Jobscript::write_calc_getRE_job_on(int backend, const std::string& script, int nodes, int ppn,
-                                        const std::string& job_name, const std::string& marker,
-                                        const std::string& command,
-                                        const std::string& out_dir) const {
-  write_job_script(backend, program_frame(script, nodes, ppn, job_name, marker, out_dir),
-                   command_body(command));
-}
 void Jobscript::write_calc_getRE_job(const std::string& script, int nodes, int ppn,
                                      const std::string& job_name, const std::string& marker,
                                      const std::string& command, const std::string& out_dir) {
-  write_calc_getRE_job_on(job_backend_or_fail(L::SCHED_GETRE), script, nodes, ppn, job_name, marker,
-                          command, out_dir);
+  write_command_job_on(job_backend_or_fail(L::SCHED_GETRE), script, nodes, ppn, job_name, marker,
+                       command, out_dir);
 }
 void Jobscript::write_calc_getRE_job_pbs(const std::string& script, int nodes, int ppn,
                                          const std::string& job_name, const std::string& marker,
                                          const std::string& command, const std::string& out_dir) {
-  write_calc_getRE_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kPbs, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_calc_getRE_job_slurm(const std::string& script, int nodes, int ppn,
                                            const std::string& job_name, const std::string& marker,
                                            const std::string& command, const std::string& out_dir) {
-  write_calc_getRE_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kSlurm, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_calc_getRE_job_lsf(const std::string& script, int nodes, int ppn,
                                          const std::string& job_name, const std::string& marker,
                                          const std::string& command, const std::string& out_dir) {
-  write_calc_getRE_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kLsf, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 void Jobscript::write_calc_getRE_job_local(const std::string& script, int nodes, int ppn,
                                            const std::string& job_name, const std::string& marker,
                                            const std::string& command, const std::string& out_dir) {
-  write_calc_getRE_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
+  write_command_job_on(kLocal, script, nodes, ppn, job_name, marker, command, out_dir);
 }
 
 // ---------------------------------------------------------------- reorganisation energies

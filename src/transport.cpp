@@ -45,12 +45,7 @@ void Transport::release_memories() {
   mol_index_b.clear();
   nei_id.clear();
   nei_id_companion.clear();
-  mol_vec3.clear();
-  mol_mat3.clear();
-  pair_int.clear();
-  pair_dbl.clear();
-  pair_vec3.clear();
-  pair_mat3.clear();
+  later = LaterStageStorage();
   com_ready = homo_ready = neighbor_built = ids_ready = false;
 }
 

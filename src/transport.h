@@ -208,10 +208,13 @@ class Transport : public KavriInp {
   std::vector<int> mol_id, mol_id_copy, mol_index_a, mol_index_b;
   std::vector<std::vector<int>> nei_id, nei_id_companion;
   bool ids_ready = false;
-  std::vector<double> mol_vec3;  // 3 per molecule
-  std::vector<double> mol_mat3;  // 9 per molecule
-  std::vector<std::vector<int>> pair_int;
-  std::vector<std::vector<double>> pair_dbl, pair_vec3, pair_mat3;
+  struct LaterStageStorage {
+    std::vector<double> mol_vec3;  // 3 per molecule
+    std::vector<double> mol_mat3;  // 9 per molecule
+    std::vector<std::vector<int>> pair_int;
+    std::vector<std::vector<double>> pair_dbl, pair_vec3, pair_mat3;
+  };
+  LaterStageStorage later;
 
   // Neighbour images (j, a, b, c) of molecule i within the cut-off, in the order of the
   // straightforward search (c, then b, then a, then j ascending), each with its squared

@@ -501,26 +501,22 @@ void Transport::build_neighbor_list(bool read_from_file, bool verbose) {
 
   allocate_mol_id_indexes_array();
   // The storage of later stages follows the new list; it is sized when a stage asks for it.
-  mol_vec3.clear();
-  mol_mat3.clear();
-  pair_int.clear();
-  pair_dbl.clear();
-  pair_vec3.clear();
-  pair_mat3.clear();
+  later = LaterStageStorage();
 }
 
 void Transport::allocate_pair_storage() {
-  mol_vec3.assign(3 * static_cast<size_t>(nmols_uc), 0.0);
-  mol_mat3.assign(9 * static_cast<size_t>(nmols_uc), 0.0);
-  pair_int.assign(nmols_uc, {});
-  pair_dbl.assign(nmols_uc, {});
-  pair_vec3.assign(nmols_uc, {});
-  pair_mat3.assign(nmols_uc, {});
+  LaterStageStorage& s = later;
+  s.mol_vec3.assign(3 * static_cast<size_t>(nmols_uc), 0.0);
+  s.mol_mat3.assign(9 * static_cast<size_t>(nmols_uc), 0.0);
+  s.pair_int.assign(nmols_uc, {});
+  s.pair_dbl.assign(nmols_uc, {});
+  s.pair_vec3.assign(nmols_uc, {});
+  s.pair_mat3.assign(nmols_uc, {});
   for (int i = 0; i < nmols_uc; ++i) {
-    pair_int[i].assign(nei_count[i], 0);
-    pair_dbl[i].assign(nei_count[i], 0.0);
-    pair_vec3[i].assign(3 * static_cast<size_t>(nei_count[i]), 0.0);
-    pair_mat3[i].assign(9 * static_cast<size_t>(nei_count[i]), 0.0);
+    s.pair_int[i].assign(nei_count[i], 0);
+    s.pair_dbl[i].assign(nei_count[i], 0.0);
+    s.pair_vec3[i].assign(3 * static_cast<size_t>(nei_count[i]), 0.0);
+    s.pair_mat3[i].assign(9 * static_cast<size_t>(nei_count[i]), 0.0);
   }
 }
 
