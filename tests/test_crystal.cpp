@@ -18,8 +18,12 @@
 #include "crystal_checks.h"
 #include "crystal_model.h"
 #include "structure_writers.h"
+#include "test_support.h"
 
 namespace fs = std::filesystem;
+
+using test_support::has_line;
+using test_support::slurp;
 
 namespace {
 
@@ -39,12 +43,6 @@ fs::path make_tempdir() {
   return fs::path(mkdtemp(templ.data()));
 }
 
-std::string slurp(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 // A P1 cell of 10 A with the given atom-site rows.
 fs::path minimal_cif(const fs::path& dir, const std::string& rows) {

@@ -13,8 +13,12 @@
 #include <sstream>
 #include <string>
 #include <vector>
+#include "test_support.h"
 
 namespace fs = std::filesystem;
+
+using test_support::has_line;
+using test_support::slurp;
 
 namespace {
 
@@ -23,12 +27,6 @@ struct RunResult {
   std::string out, err;
 };
 
-std::string slurp(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 void write_file(const fs::path& p, const std::string& text) {
   fs::create_directories(p.parent_path());

@@ -16,6 +16,10 @@
 #include <vector>
 
 #include "kavri_inp.h"
+#include "test_support.h"
+
+using test_support::has_line;
+using test_support::slurp;
 
 namespace {
 
@@ -29,14 +33,7 @@ class Jobs : public Jobscript {
   }
 };
 
-std::string slurp(const std::string& path) {
-  std::ifstream in(path);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
 
-bool has_line(const std::string& text, const std::string& line) {
-  return ("\n" + text).find("\n" + line + "\n") != std::string::npos;
-}
 
 int run(const std::string& command) { return std::system(command.c_str()); }
 

@@ -10,21 +10,16 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include "test_support.h"
 
 namespace fs = std::filesystem;
 
+using test_support::has_line;
+using test_support::slurp;
+
 namespace {
 
-std::string slurp(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
-bool has_line(const std::string& text, const std::string& line) {
-  return ("\n" + text).find("\n" + line + "\n") != std::string::npos;
-}
 
 class JobscriptTool : public ::testing::Test {
  protected:

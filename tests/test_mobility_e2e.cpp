@@ -13,17 +13,15 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include "test_support.h"
 
 namespace fs = std::filesystem;
 
+using test_support::has_line;
+using test_support::slurp;
+
 namespace {
 
-std::string slurp(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 struct Outcome {
   int status;
