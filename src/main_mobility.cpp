@@ -211,11 +211,11 @@ int main(int argc, char** argv) {
     plan.end_block = layout.count;
     int part = 0, parts = 0;
     if (args.has("-part")) {
-      const std::string spec = args.value("-part");
-      const size_t slash = spec.find('/');
-      if (slash == std::string::npos) usage_error("-part needs K/N, not '" + spec + "'");
-      parts = static_cast<int>(parse_count(spec.substr(slash + 1), "N of -part", 1, layout.count));
-      part = static_cast<int>(parse_count(spec.substr(0, slash), "K of -part", 1, parts));
+      const std::string slice = args.value("-part");
+      const size_t slash = slice.find('/');
+      if (slash == std::string::npos) usage_error("-part needs K/N, not '" + slice + "'");
+      parts = static_cast<int>(parse_count(slice.substr(slash + 1), "N of -part", 1, layout.count));
+      part = static_cast<int>(parse_count(slice.substr(0, slash), "K of -part", 1, parts));
       plan.first_block = (part - 1) * layout.count / parts;
       plan.end_block = part * layout.count / parts;
     }
