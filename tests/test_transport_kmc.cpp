@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -44,7 +45,8 @@ class Kmc : public testing::Test {
 class Model : public Transport {
  public:
   using KavriInp::chargetype, KavriInp::tsimu, KavriInp::tsnap, KavriInp::thinfilm_dir,
-      KavriInp::thinfilm_ncell;
+      KavriInp::thinfilm_ncell, KavriInp::V_dynamic_disorder, KavriInp::HOMOLUMO_dynamic_disorder,
+      KavriInp::temp;
 
   explicit Model(const std::vector<std::vector<Hop>>& net) {
     for (int k = 0; k < 3; ++k) latt[k][k] = 10.0;
@@ -266,5 +268,62 @@ TEST_F(Kmc, SampleAndTrajectoryCountsAtTheEdges) {
     r.tsnap = tsnap;
     EXPECT_EXIT((dup2(STDERR_FILENO, STDOUT_FILENO), r.MC_init()), testing::ExitedWithCode(1),
                 message);
+  }
+}
+
+TEST_F(Kmc, EveryEngineRunsSeededTrajectoriesReproducibly) {
+  // Two molecules hopping to each other's images; rates 1, 3 out of molecule 1, 2 out of 2.
+  const std::vector<std::vector<Hop>> net = {{{1, 0, 0, 0, 1.0}, {1, 1, 0, 0, 3.0}},
+                                             {{0, 0, 0, 0, 2.0}}};
+  // The rate table: molecule, hop, target, shift, distance, rate, k/K and K.
+  {
+    Model m(net);
+    m.init();
+    EXPECT_EQ(slurp("hoprates.dat"),
+              "# hop rates of the charge (chargetype = h)\n"
+              "#  mol   hop  target     a     b     c     dist,angs      rate,1/ns"
+              "    probability    ktotal,1/ns\n" +
+                  format_string("%6d %5d %7d %5d %5d %5d %13.6f %14.6e %14.6e %14.6e\n", 1, 1, 2,
+                                0, 0, 0, 2.5, 1.0, 0.25, 4.0) +
+                  format_string("%6d %5d %7d %5d %5d %5d %13.6f %14.6e %14.6e %14.6e\n", 1, 2, 2,
+                                1, 0, 0, 12.5, 3.0, 0.75, 4.0) +
+                  format_string("%6d %5d %7d %5d %5d %5d %13.6f %14.6e %14.6e %14.6e\n", 2, 1, 1,
+                                0, 0, 0, 2.5, 2.0, 1.0, 2.0));
+  }
+  // Each engine, run twice with the same seed over three trajectories, writes the same tracks
+  // and average; another seed moves them. Dynamic disorder also writes its mean rates.
+  using Run = void (Transport::*)(const char*, int, int);
+  const std::pair<const char*, Run> engines[] = {
+      {"static", &Transport::MC_run_openMP},
+      {"serial", &Transport::MC_run},
+      {"film", &Transport::MC_run_openMP_thinfilm},
+      {"dynamic", &Transport::MC_run_openMP_dyn_disorder}};
+  for (const auto& [name, run] : engines) {
+    std::string tracks[3];
+    for (int trial = 0; trial < 3; ++trial) {
+      Model m(net);
+      m.tsimu = 20.0;
+      m.tsnap = 1.0;
+      m.thinfilm_dir = 1;  // a film normal to b, one cell thick: every hop here stays in it
+      m.thinfilm_ncell = 1;
+      m.V_dynamic_disorder = m.HOMOLUMO_dynamic_disorder = std::string(name) == "dynamic";
+      m.temp = 300.0;
+      m.set_MC_seed(trial < 2 ? 5 : 6);
+      m.init();
+      const std::string dir = std::string(name) + std::to_string(trial);
+      testing::internal::CaptureStdout();
+      (m.*run)(dir.c_str(), 0, 3);
+      testing::internal::GetCapturedStdout();
+      for (const char* f : {"/track_0001.dat", "/track_0003.dat", "/track_ave.dat"})
+        tracks[trial] += slurp((dir + f).c_str());
+      EXPECT_EQ(std::count(tracks[trial].begin(), tracks[trial].end(), '\n'), 3 * 22) << name;
+    }
+    EXPECT_EQ(tracks[0], tracks[1]) << name;
+    EXPECT_NE(tracks[0], tracks[2]) << name;
+    if (std::string(name) == "dynamic") {
+      const std::string dyn = slurp("hoprates-dyn.dat");
+      EXPECT_EQ(dyn.rfind("# dynamic disorder: V_dynamic_disorder = 1", 0), 0u) << dyn;
+      EXPECT_EQ(std::count(dyn.begin(), dyn.end(), '\n'), 2 + 3);
+    }
   }
 }
