@@ -132,6 +132,29 @@ TEST(SymmetryExpansion, DuplicatesRemovedFirstSurvivesWithWarning) {
 
 }
 
+// Two positions coincide when their minimum-image fractional distance is below 0.01: a pair
+// 1e-9 inside that tolerance is one atom, a pair 1e-9 outside is two, along an axis, on a
+// diagonal and across a cell face, through both the grid and the pairwise scan.
+TEST(SymmetryExpansion, DuplicateToleranceIsPinnedInsideAndOutside) {
+  CellProbe io;
+  const double e = 1e-9, r = 0.01 / std::sqrt(2.0);
+  const struct {
+    std::vector<double> frac;
+    int removed;
+  } cases[] = {{{0.5, 0.5, 0.5, 0.51 - e, 0.5, 0.5}, 1},
+               {{0.5, 0.5, 0.5, 0.51 + e, 0.5, 0.5}, 0},
+               {{0.2, 0.3, 0.4, 0.2, 0.3 + r - e, 0.4 + r - e}, 1},
+               {{0.2, 0.3, 0.4, 0.2, 0.3 + r + e, 0.4 + r + e}, 0},
+               {{0.003, 0.5, 0.5, 0.993 + e, 0.5, 0.5}, 1},
+               {{0.003, 0.5, 0.5, 0.993 - e, 0.5, 0.5}, 0}};
+  for (const auto& c : cases) {
+    std::vector<char> fast, ref;
+    EXPECT_EQ(io.mark_overlapped_atoms(c.frac, fast), c.removed) << c.frac[3] << " " << c.frac[4];
+    EXPECT_EQ(io.mark_overlapped_atoms_reference(c.frac, ref), c.removed);
+    EXPECT_EQ(fast, ref);
+  }
+}
+
 TEST(SymmetryExpansion, P1NameTestedBeforeOperationCount) {
   // P1 (any case, quoted) is left alone; 'P 1' is expanded; no operations empty the cell.
   const struct {
