@@ -16,6 +16,6 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz_targets::KAVRI_FUZZ_ENTRY(data, size);
+  (void)fuzz_targets::KAVRI_FUZZ_ENTRY(data, size);
   return 0;
 }

@@ -1,11 +1,13 @@
-// The fuzzed readers: each entry writes the input where the program looks for it and runs the
-// stages a real run would, with fatal errors turned into an exception caught here.
+// The fuzzed readers: each entry hands the input to the reader's text entry and runs the stages
+// a real run would on the result, with fatal errors turned into an exception caught here. Only
+// the input file's names and the neighbour file are still read from the scratch directory.
 #include "fuzz_targets.h"
 
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "pr_siteenergy.h"
@@ -33,18 +35,28 @@ void write_text(const char* name, const std::string& text) {
 // The model object with the members a harness sets directly.
 class Model : public SiteEnergy {
  public:
+  using FileIO::mol_atypes;
   using FileIO::mol_file_names;
+  using FileIO::mol_natoms;
+  using FileIO::mol_x;
+  using FileIO::mol_x_s;
   using FileIO::struct_source;
+  using SiteEnergy::se_int_e;
+  using SiteEnergy::se_int_h;
+  using SiteEnergy::se_mp_e;
+  using SiteEnergy::se_mp_h;
   using KavriInp::chargetype;
   using KavriInp::reorg_outer_code;
 };
 
 template <class F>
-void guarded(F f) {
+Outcome guarded(F f) {
   try {
     f();
-  } catch (const FatalEnd&) {
+  } catch (const FatalEnd& end) {
+    return Outcome{true, end.status & 0xff};
   }
+  return Outcome{};
 }
 
 // A small real-shaped crystal: two H2 molecules in a monoclinic cell, neighbours in reach.
@@ -82,24 +94,28 @@ void write_fixtures() {
     write_text(n, t);
 }
 
-// The fixture crystal loaded and prepared once; each input gets a copy.
+// The fixture crystal loaded and prepared once, its neighbour list built; each input gets a
+// copy.
 const Model& prepared_model() {
   static const Model model = [] {
-    write_fixtures();
     Model m;
-    m.read_data_cif("c.cif", false);
+    m.read_data_cif_text(kCif, "c.cif", false);
     m.struct_source = 2;
     m.read_crystal_strcuture_files(false, false);
     m.post_data_read_treatment(false);
+    m.build_neighbor_list(false, false);
     return m;
   }();
   return model;
 }
 
-bool names_system_path(const uint8_t* data, size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
+std::string_view as_text(const uint8_t* data, size_t size) {
+  return std::string_view(reinterpret_cast<const char*>(data), size);
+}
+
+bool names_system_path(std::string_view text) {
   for (const char* p : {"/dev", "/proc", "/sys", "..", "~"})
-    if (text.find(p) != std::string::npos) return true;
+    if (text.find(p) != std::string_view::npos) return true;
   return false;
 }
 
@@ -107,15 +123,17 @@ bool names_system_path(const uint8_t* data, size_t size) {
 
 void install_fatal_seam() { set_fatal_handler(throw_fatal); }
 
-void input_file(const uint8_t* data, size_t size) {
+Outcome input_file(const uint8_t* data, size_t size) {
   // Inputs that name device or system files would test those files, not the reader.
-  if (names_system_path(data, size)) return;
+  const std::string_view text = as_text(data, size);
+  if (names_system_path(text)) return Outcome{};
+  // The files an input names (crystal, molecules, tables) are read from the scratch
+  // directory; the input itself is read from memory.
   static const bool fixtures = (write_fixtures(), true);
   (void)fixtures;
-  write_file("kavri.inp", data, size);
-  guarded([] {
+  return guarded([text] {
     auto se = std::make_unique<Model>();
-    se->read_kavri_inp("kavri.inp", true);
+    se->read_kavri_inp_text(text, "kavri.inp", true);
     se->read_crystal_strcuture_files(true, false);
     se->post_data_read_treatment(true);
     se->build_neighbor_list(false, true);
@@ -123,11 +141,10 @@ void input_file(const uint8_t* data, size_t size) {
   });
 }
 
-void cif_file(const uint8_t* data, size_t size) {
-  write_file("f.cif", data, size);
-  guarded([] {
+Outcome cif_file(const uint8_t* data, size_t size) {
+  return guarded([text = as_text(data, size)] {
     Model m;
-    m.read_data_cif("f.cif", true);
+    m.read_data_cif_text(text, "f.cif", true);
     m.struct_source = 2;
     m.read_crystal_strcuture_files(true, false);
     m.post_data_read_treatment(false);
@@ -135,41 +152,48 @@ void cif_file(const uint8_t* data, size_t size) {
   });
 }
 
-void mol_file(const uint8_t* data, size_t size) {
-  write_text("m.mol", kMol);
-  write_file("f.mol", data, size);
-  guarded([] {
+Outcome mol_file(const uint8_t* data, size_t size) {
+  // The reader fills slot 0 of two, as for the first file of "molecule = 2 f.mol m.mol".
+  return guarded([text = as_text(data, size)] {
     Model m;
-    m.mol_file_names = {"f.mol", "m.mol"};
-    m.struct_source = 1;
-    m.read_crystal_strcuture_files(true, false);
-    m.post_data_read_treatment(false);
-    m.build_neighbor_list(false, false);
+    m.mol_natoms.assign(2, 0);
+    m.mol_atypes.assign(2, {});
+    m.mol_x.assign(2, {});
+    m.mol_x_s.assign(2, {});
+    m.read_data_mol_text(text, "f.mol", 0, true);
   });
 }
 
-void energy_tables(const uint8_t* data, size_t size) {
+Outcome energy_tables(const uint8_t* data, size_t size) {
   const Model& proto = prepared_model();
-  // The first byte picks the carrier and the outer model; the rest is every table.
+  // The first byte picks the carrier and the outer model; the rest is every table the run
+  // reads.
   const char carriers[] = {'h', 'e', 'a', 'H'};
   const int selector = size ? data[0] : 0;
-  const std::string text(reinterpret_cast<const char*>(data) + (size ? 1 : 0), size ? size - 1 : 0);
-  for (const char* n : {"data/SE_einternal-h.dat", "data/SE_einternal-e.dat",
-                        "data/SE_emultipole-h.dat", "data/SE_emultipole-e.dat"})
-    write_text(n, text);
-  guarded([&] {
+  const std::string_view text = size ? as_text(data + 1, size - 1) : std::string_view();
+  return guarded([&] {
     Model m = proto;
-    m.chargetype = std::string(1, carriers[selector & 3]);
-    m.reorg_outer_code = (selector & 4) ? 3 : 0;
-    m.build_neighbor_list(false, false);
-    m.write_site_energies(true);
+    const char carrier = carriers[selector & 3];
+    const bool dielectric = (selector & 4) != 0;
+    m.chargetype = std::string(1, carrier);
+    m.reorg_outer_code = dielectric ? 3 : 0;
+    const bool holes = carrier != 'e', electrons = carrier == 'e' || carrier == 'a';
+    if (holes) m.se_int_h = m.read_table_text(text);
+    if (electrons) m.se_int_e = m.read_table_text(text);
+    if (holes && dielectric) m.se_mp_h = m.read_table_text(text);
+    if (electrons && dielectric) m.se_mp_e = m.read_table_text(text);
+    m.check_site_energy_tables();
+    if (holes) m.site_energy_text('h');
+    if (electrons) m.site_energy_text('e');
   });
 }
 
-void neighbor_file(const uint8_t* data, size_t size) {
+Outcome neighbor_file(const uint8_t* data, size_t size) {
   const Model& proto = prepared_model();
+  static const bool fixtures = (write_fixtures(), true);
+  (void)fixtures;
   write_file("neighbor.dat", data, size);
-  guarded([&] {
+  return guarded([&] {
     Model m = proto;
     m.build_neighbor_list(true, true);
   });

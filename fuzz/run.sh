@@ -2,7 +2,8 @@
 # Runs every fuzz program for a bounded time on a corpus seeded from the project's test data.
 # Usage: fuzz/run.sh BUILD_DIR [SECONDS_PER_TARGET]
 # Any crash, leak, sanitizer report or timeout makes it exit non-zero; the input that caused it
-# is left in BUILD_DIR/fuzz-findings/ (copy it into fuzz/regressions/<target>/).
+# is left in BUILD_DIR/fuzz-findings/ (copy it into fuzz/regressions/<target>/ and give it its
+# expected ending in the table of tests/test_fuzz_regressions.cpp).
 set -euo pipefail
 build=$(cd "$1" && pwd)
 seconds=${2:-30}

@@ -6,6 +6,7 @@
 #include <iosfwd>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // One record of the element table.
@@ -77,6 +78,8 @@ class FileIO {
 
   // ---- CIF reader and symmetry expansion
   void read_data_cif(const char* file_name, bool verbose);
+  // The same read over the text of a crystal file; `file_name` is the name it reports.
+  void read_data_cif_text(std::string_view text, const std::string& file_name, bool verbose);
   void ParseTransformString(const std::string& op, double R[3][3], double t[3]) const;
   void make_spacegroup_P1(int fractional_flag);
   // Marks the candidates that coincide with an earlier kept one (squared fractional distance
@@ -88,6 +91,10 @@ class FileIO {
 
   // ---- MOL reader
   void read_data_mol(const char* file_name, int slot, bool verbose);
+  // The same read over an open stream or the text of a MOL file; `name` is the name the
+  // messages report.
+  void read_data_mol(std::istream& in, const std::string& name, int slot, bool verbose);
+  void read_data_mol_text(std::string_view text, const std::string& name, int slot, bool verbose);
   bool ReadV3000Block(std::istream& in, int slot, bool verbose);
   bool ReadV3000Line(std::istream& in, std::vector<std::string>& tokens);
   bool ReadAtomBlock(std::istream& in);
@@ -200,7 +207,8 @@ class FileIO {
  private:
   // Scans one loop of a CIF file from its first header line; returns the line at which the
   // main scan goes on. Sets `atoms_read` when the atom-site loop has ended the scan.
-  size_t scan_cif_loop(const std::vector<std::string>& lines, size_t first, bool& atoms_read);
+  size_t scan_cif_loop(const std::vector<std::string_view>& lines, size_t first,
+                       bool& atoms_read);
   // Cartesian length of a fractional displacement and the bond test of two radii.
   bool bonded(const double d[3], double ri, double rj, double& dist) const;
   // MOL reader: whether a slot index is valid for all four molecule arrays, and the V3000

@@ -2,11 +2,12 @@
 // atom-site and bond loops, then expansion to the full cell and the molecule partition.
 // It is deliberately a scanner for a few fixed tags, not a general CIF parser.
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "fileio.h"
@@ -14,34 +15,93 @@
 
 namespace {
 
-bool starts_with(const std::string& s, const char* prefix) {
-  return s.compare(0, std::strlen(prefix), prefix) == 0;
+using Line = std::string_view;
+
+bool contains(Line s, const char* text) { return s.find(text) != Line::npos; }
+
+// The common trim: blanks and tabs at the left, the same plus CR and LF at the right.
+Line trimmed(Line s) {
+  const size_t first = s.find_first_not_of("\t ");
+  if (first == Line::npos) return Line();
+  s.remove_prefix(first);
+  const size_t last = s.find_last_not_of("\t\n\r ");
+  return last == Line::npos ? Line() : s.substr(0, last + 1);
 }
 
-bool contains(const std::string& s, const char* text) { return s.find(text) != std::string::npos; }
+// The same trim that also takes off both kinds of quote.
+std::string trim_quotes(Line s) {
+  const size_t first = s.find_first_not_of("\t \"'");
+  if (first == Line::npos) return std::string();
+  s.remove_prefix(first);
+  const size_t last = s.find_last_not_of("\t\n\r \"'");
+  return std::string(last == Line::npos ? Line() : s.substr(0, last + 1));
+}
 
+// Numbers read the C way from a copy of the value, so that the conversion stops where the
+// value ends.
 double leading_double(const std::string& s) { return std::strtod(s.c_str(), nullptr); }
+double leading_double(Line s) { return leading_double(std::string(s)); }
+long leading_long(Line s) { return std::strtol(std::string(s).c_str(), nullptr, 10); }
 
-// Trims blanks, tabs and both kinds of quote at the left, and the same plus CR/LF at the right.
-std::string trim_quotes(std::string s) {
-  sg_triml(s);
-  sg_trimr(s);
-  return s;
+// "data_" at the start of a line, case ignored.
+bool starts_with_data(Line s) {
+  static const char prefix[] = "data_";
+  if (s.size() < 5) return false;
+  for (size_t i = 0; i < 5; ++i)
+    if (std::tolower(static_cast<unsigned char>(s[i])) != prefix[i]) return false;
+  return true;
 }
+
+// The text after the first blank of a line, empty when there is none.
+Line after_first_blank(Line s) {
+  const size_t blank = s.find(' ');
+  return blank == Line::npos ? Line() : s.substr(blank + 1);
+}
+
+// The lines of a text as a line-by-line read gives them: split at LF (a CR stays in its
+// line), and no line after a final LF.
+std::vector<Line> split_lines(Line text) {
+  std::vector<Line> lines;
+  size_t pos = 0;
+  while (pos < text.size()) {
+    const size_t end = text.find('\n', pos);
+    if (end == Line::npos) {
+      lines.push_back(text.substr(pos));
+      break;
+    }
+    lines.push_back(text.substr(pos, end - pos));
+    pos = end + 1;
+  }
+  return lines;
+}
+
+// The tokens of a row at runs of blanks, tabs, CR and LF; a NUL byte ends the row.
+void split_row(Line row, std::vector<Line>& tok) {
+  tok.clear();
+  row = row.substr(0, row.find('\0'));
+  const char* const delims = " \t\r\n";
+  size_t start = row.find_first_not_of(delims);
+  while (start != Line::npos) {
+    const size_t end = row.find_first_of(delims, start);
+    tok.push_back(row.substr(start, end == Line::npos ? Line::npos : end - start));
+    start = end == Line::npos ? end : row.find_first_not_of(delims, end);
+  }
+}
+
+bool starts_with_loop(Line s) { return s.substr(0, 5) == "loop_"; }
 
 // The lines of a loop: the headers (consecutive lines beginning with "_") and where its
 // rows start. Every test is made on the trimmed line.
 struct LoopHeaders {
-  std::vector<std::string> names;
+  std::vector<Line> names;
   size_t first_row = 0;
 };
 
-LoopHeaders read_loop_headers(const std::vector<std::string>& lines, size_t first) {
+LoopHeaders read_loop_headers(const std::vector<Line>& lines, size_t first) {
   LoopHeaders h;
   size_t k = first;
   for (; k < lines.size(); ++k) {
-    std::string t = lines[k];
-    trim(t);
+    const Line t = trimmed(lines[k]);
     if (t.empty() || t[0] != '_') break;
     h.names.push_back(t);
   }
@@ -57,9 +117,9 @@ int find_column(const LoopHeaders& h, const char* tag) {
   return col;
 }
 
-[[noreturn]] void not_enough_columns(int line, const std::string& row, int needed) {
+[[noreturn]] void not_enough_columns(int line, Line row, int needed) {
   fatal_error("fileio", line, FatalStream::Out,
-              "Not enough columns: " + row + "\n" +
+              "Not enough columns: " + std::string(row) + "\n" +
                   format_string("At least %d columns are expected!\n", needed),
               -1);
 }
@@ -81,15 +141,15 @@ struct FiveColumns {
     return true;
   }
 
-  void append(const std::string& row, int error_line, std::vector<std::string>* lists[5]) {
-    tokenize(tok, row.c_str(), " \t\r\n");
+  void append(Line row, int error_line, std::vector<std::string>* lists[5]) {
+    split_row(row, tok);
     const int ntok = static_cast<int>(tok.size());
     if (ntok < 5) not_enough_columns(error_line, row, 5);
     if (ntok < needed) not_enough_columns(error_line, row, needed);
-    for (int c = 0; c < 5; ++c) lists[c]->push_back(tok[col[c] - 1]);
+    for (int c = 0; c < 5; ++c) lists[c]->emplace_back(tok[col[c] - 1]);
   }
 
-  std::vector<std::string> tok;
+  std::vector<Line> tok;
 };
 
 }  // namespace
@@ -108,27 +168,37 @@ void FileIO::read_data_cif(const char* file_name, bool verbose) {
     fatal_error("fileio", fileio_lines::CIF_OPEN, FatalStream::Err,
                 std::string("Failed to open input file \"") + file_name + "\"", -1);
   }
-  cif_file = file_name;
-  if (verbose) std::printf("Reading crystal file \"%s\"... ", file_name);
-
-  std::vector<std::string> lines;
-  for (std::string l; std::getline(in, l);) lines.push_back(l);
+  std::string text;
+  in.seekg(0, std::ios::end);
+  const std::streamoff size = in.tellg();
+  in.seekg(0);
+  if (size > 0) {
+    text.resize(static_cast<size_t>(size));
+    in.read(&text[0], size);
+    text.resize(static_cast<size_t>(in.gcount()));
+  }
   in.close();
+  read_data_cif_text(text, file_name, verbose);
+}
 
+void FileIO::read_data_cif_text(std::string_view text, const std::string& file_name,
+                                bool verbose) {
+  cif_file = file_name;
+  if (verbose) std::printf("Reading crystal file \"%s\"... ", file_name.c_str());
+
+  const std::vector<std::string_view> lines = split_lines(text);
   size_t cur = 0;
   bool atoms_read = false;
   while (cur < lines.size() && !atoms_read) {
-    std::string line = lines[cur];
-    trim(line);
-    const size_t blank = line.find(' ');
-    const std::string value = blank == std::string::npos ? std::string() : line.substr(blank + 1);
+    const Line line = trimmed(lines[cur]);
+    const Line value = after_first_blank(line);
 
     if (line.empty() || line[0] == '#' || line[0] == ';') {
       ++cur;
       continue;
     }
-    if (strcaseequal(line, "data_", 5)) {
-      identifier = line.substr(5);
+    if (starts_with_data(line)) {
+      identifier = std::string(line.substr(5));
       ++cur;
       continue;
     }
@@ -136,12 +206,11 @@ void FileIO::read_data_cif(const char* file_name, bool verbose) {
       chemical_name = trim_quotes(value);
       if (identifier.empty()) identifier = chemical_name;
     } else if (contains(line, "_space_group_IT_number")) {
-      spacegroup_number = static_cast<int>(std::strtol(value.c_str(), nullptr, 10));
+      spacegroup_number = static_cast<int>(leading_long(value));
     } else if (contains(line, "_symmetry_space_group_name_H-M_alt") ||
                contains(line, "_symmetry_space_group_name_H-M") ||
                contains(line, "_space_group_name_H-M_alt")) {
-      std::string v = value;
-      spacegroup_name = trim(v);
+      spacegroup_name = std::string(trimmed(value));
     } else if (contains(line, "_cell_length_a")) {
       cell_latt[0] = leading_double(value);
     } else if (contains(line, "_cell_length_b")) {
@@ -216,14 +285,13 @@ void FileIO::read_data_cif(const char* file_name, bool verbose) {
   radius.clear();
   radius.shrink_to_fit();
   cif_loaded = 1;
-  if (verbose) std::printf("Crystal file %s parsing done.\n", file_name);
+  if (verbose) std::printf("Crystal file %s parsing done.\n", file_name.c_str());
 }
 
-size_t FileIO::scan_cif_loop(const std::vector<std::string>& lines, size_t first,
+size_t FileIO::scan_cif_loop(const std::vector<std::string_view>& lines, size_t first,
                              bool& atoms_read) {
   if (first >= lines.size()) return first;
-  std::string header = lines[first];
-  trim(header);
+  const Line header = trimmed(lines[first]);
   const LoopHeaders h = read_loop_headers(lines, first);
 
   if (contains(header, "_symmetry") || contains(header, "_space_group")) {
@@ -233,14 +301,13 @@ size_t FileIO::scan_cif_loop(const std::vector<std::string>& lines, size_t first
                         find_column(h, "_space_group_symop_operation_xyz") > 0;
     if (!has_op) return h.first_row;
     size_t k = h.first_row;
-    std::string op;
+    Line op;
     for (; k < lines.size(); ++k) {
-      std::string row = lines[k];
-      trim(row);
+      const Line row = trimmed(lines[k]);
       if (row.empty() || row[0] == '_') break;  // the main scan goes on with this line
       if (has_id) {
         const size_t blank = row.find(' ');
-        if (blank != std::string::npos) op = row.substr(blank + 1);
+        if (blank != Line::npos) op = row.substr(blank + 1);
       } else {
         op = row;
       }
@@ -260,9 +327,8 @@ size_t FileIO::scan_cif_loop(const std::vector<std::string>& lines, size_t first
     std::vector<std::string>* lists[5] = {&atom_labels, &atom_symbols, &atom_fx, &atom_fy,
                                           &atom_fz};
     for (size_t k = h.first_row; k < lines.size(); ++k) {
-      std::string row = lines[k];
-      trim(row);
-      if (row.empty() || row[0] == '#' || row[0] == ';' || starts_with(row, "loop_")) break;
+      const Line row = trimmed(lines[k]);
+      if (row.empty() || row[0] == '#' || row[0] == ';' || starts_with_loop(row)) break;
       cols.append(row, fileio_lines::CIF_ATOM_COLUMNS, lists);
     }
     return lines.size();
@@ -278,9 +344,8 @@ size_t FileIO::scan_cif_loop(const std::vector<std::string>& lines, size_t first
                                           &bond_symm2, &bond_type};
     size_t k = h.first_row;
     for (; k < lines.size(); ++k) {
-      std::string row = lines[k];
-      trim(row);
-      if (starts_with(row, "loop_")) break;  // the main scan resumes at this line
+      const Line row = trimmed(lines[k]);
+      if (starts_with_loop(row)) break;  // the main scan resumes at this line
       cols.append(row, fileio_lines::CIF_BOND_COLUMNS, lists);
     }
     return k;

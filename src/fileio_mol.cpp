@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -118,6 +119,16 @@ void FileIO::read_data_mol(const char* file_name, int slot, bool verbose) {
   if (!in.is_open())
     fatal_error("fileio", fileio_lines::MOL_OPEN, FatalStream::Err,
                 "Failed to open input file \"" + name + "\"", -1);
+  read_data_mol(in, name, slot, verbose);
+}
+
+void FileIO::read_data_mol_text(std::string_view text, const std::string& name, int slot,
+                                bool verbose) {
+  std::istringstream in{std::string(text)};
+  read_data_mol(in, name, slot, verbose);
+}
+
+void FileIO::read_data_mol(std::istream& in, const std::string& name, int slot, bool verbose) {
   if (verbose) std::printf("Reading molecular file \"%s\"... ", name.c_str());
 
   // Title, program and comment lines carry nothing the model needs.

@@ -9,6 +9,7 @@
 
 #include "util.h"
 #include "util_error.h"
+#include "util_text_reads.h"
 
 namespace {
 
@@ -62,9 +63,7 @@ bool apply_section_line(KavriInp& inp, const std::string& raw) {
 // Every setting starts from its field initialiser; set_varables_default() runs on each read.
 KavriInp::KavriInp() = default;
 
-// Reads the whole file, one entry per read of the 1024-byte line buffer (a physical line
-// longer than 1023 characters yields several entries).
-void KavriInp::load_kavri_inp_file(const char* file_name, bool /*verbose*/) {
+void KavriInp::load_kavri_inp_file(const char* file_name, bool verbose) {
   if (exists_not_regular(file_name))
     fail(kavri_inp_lines::OPEN,
          std::string("Input file ") + file_name + " is not a regular file\n", -1);
@@ -73,10 +72,21 @@ void KavriInp::load_kavri_inp_file(const char* file_name, bool /*verbose*/) {
     fail(kavri_inp_lines::OPEN, std::string("Failed to open input file: ") + file_name + "\n",
          -1);
   }
-  lines.clear();
-  char buffer[kLineBuffer];
-  while (std::fgets(buffer, sizeof buffer, in)) lines.emplace_back(buffer);
+  std::string text;
+  char chunk[4096];
+  for (std::size_t n; (n = std::fread(chunk, 1, sizeof chunk, in)) > 0;) text.append(chunk, n);
   std::fclose(in);
+  load_kavri_inp_text(text, file_name, verbose);
+}
+
+// One entry per read of the 1024-byte line buffer (a physical line longer than 1023
+// characters yields several entries); an entry ends at a NUL byte, as a C string would.
+void KavriInp::load_kavri_inp_text(std::string_view text, const char* file_name,
+                                   bool /*verbose*/) {
+  lines.clear();
+  TextReads reads(text);
+  char buffer[kLineBuffer];
+  while (reads.gets(buffer, sizeof buffer)) lines.emplace_back(buffer);
   input_file_name = file_name;
 }
 
@@ -84,6 +94,17 @@ int KavriInp::read_kavri_inp(const char* file_name, bool verbose) {
   set_varables_default();
   get_environment_variables();
   load_kavri_inp_file(file_name, verbose);
+  return read_loaded_lines(file_name, verbose);
+}
+
+int KavriInp::read_kavri_inp_text(std::string_view text, const char* file_name, bool verbose) {
+  set_varables_default();
+  get_environment_variables();
+  load_kavri_inp_text(text, file_name, verbose);
+  return read_loaded_lines(file_name, verbose);
+}
+
+int KavriInp::read_loaded_lines(const char* file_name, bool verbose) {
   if (verbose) std::printf("Reading config file \"%s\"... \n", file_name);
   reading_verbose = verbose;
   keys_given.clear();

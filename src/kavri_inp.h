@@ -4,6 +4,7 @@
 #pragma once
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -33,6 +34,10 @@ class KavriInp : public FileIO, public Jobscript {
 
   int read_kavri_inp(const char* file_name, bool verbose);
   void load_kavri_inp_file(const char* file_name, bool verbose);
+  // The same read over the text of an input file; `file_name` is the name it reports. The
+  // files the text names (crystal, molecules) are still read from disk.
+  int read_kavri_inp_text(std::string_view text, const char* file_name, bool verbose);
+  void load_kavri_inp_text(std::string_view text, const char* file_name, bool verbose);
   void set_varables_default();
   void get_environment_variables();
   void set_compute_engine(int n);
@@ -93,6 +98,8 @@ class KavriInp : public FileIO, public Jobscript {
   // raw file
   std::vector<std::string> lines;
   int nlines() const { return static_cast<int>(lines.size()); }
+  // The scan of the loaded lines: sections, append blocks, then the settings derived after it.
+  int read_loaded_lines(const char* file_name, bool verbose);
   std::string input_file_name;
   std::vector<std::string> keys_given;  // table names of the keys the file set, in file order
   std::string qc_inp_append;

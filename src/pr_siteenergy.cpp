@@ -6,9 +6,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "pr_siteenergy.h"
 #include "util.h"
+#include "util_text_reads.h"
 
 namespace {
 
@@ -41,22 +43,35 @@ EnergyTable SiteEnergy::read_table(const char* name, int line) const {
   if (!f)
     fatal_error("pr_siteenergy", line, FatalStream::Out,
                 "Failed to open input file " + path + "\n", -1);
+  EnergyTable table = read_table_lines([f](char* buf, int size) {
+    return std::fgets(buf, size, f) != nullptr;
+  });
+  std::fclose(f);
+  return table;
+}
+
+EnergyTable SiteEnergy::read_table_text(std::string_view text) const {
+  TextReads reads(text);
+  return read_table_lines([&reads](char* buf, int size) { return reads.gets(buf, size); });
+}
+
+EnergyTable SiteEnergy::read_table_lines(const std::function<bool(char*, int)>& gets) const {
   // Only the blocks of the cell's molecules and, in each, the values of its neighbours are
   // kept, so memory follows the neighbour list and not the file. Value lines beyond those
   // are read past while a later block is still needed; what lies after the last needed
   // value is never read. A count larger than the data present never allocates ahead of it.
   EnergyTable table;
   char buf[LINE_BUFFER];
-  if (std::fgets(buf, LINE_BUFFER, f)) {
+  if (gets(buf, LINE_BUFFER)) {
     const long nblocks = std::min<long>(leading_count(buf), nmols_uc);
     for (long b = 0; b < nblocks; ++b) {
-      if (!std::fgets(buf, LINE_BUFFER, f)) break;
+      if (!gets(buf, LINE_BUFFER)) break;
       const long nvalues = leading_count(buf);
       const long needed = b < static_cast<long>(nei_count.size()) ? nei_count[b] : 0;
       const bool last = b + 1 == nblocks;
       std::vector<double> values;
       long held = 0;  // value lines read of the nvalues announced
-      while (held < nvalues && (held < needed || !last) && std::fgets(buf, LINE_BUFFER, f)) {
+      while (held < nvalues && (held < needed || !last) && gets(buf, LINE_BUFFER)) {
         if (held < needed) values.push_back(std::strtod(buf, nullptr));
         ++held;
       }
@@ -64,7 +79,6 @@ EnergyTable SiteEnergy::read_table(const char* name, int line) const {
       if (held < nvalues && !last) break;  // the file ended inside this block
     }
   }
-  std::fclose(f);
   return table;
 }
 
@@ -109,10 +123,28 @@ void SiteEnergy::check_table(const EnergyTable& table, const char* name) const {
                   -1);
 }
 
-void SiteEnergy::write_carrier(char carrier, const char* name, int line) const {
+std::string SiteEnergy::site_energy_text(char carrier) const {
   const bool dielectric = reorg_outer_code == 3;
   const EnergyTable& internal = carrier == 'h' ? se_int_h : se_int_e;
   const EnergyTable& multipole = carrier == 'h' ? se_mp_h : se_mp_e;
+  std::string text = format_string("%d\n", nmols_uc);
+  char buf[64];
+  for (int i = 0; i < nmols_uc; ++i) {
+    text += format_string("%d %d\n", nei_count[i], i + 1);
+    for (int k = 0; k < nei_count[i]; ++k) {
+      double value = internal[i][k];
+      if (dielectric) value = internal[i][k] + multipole[i][k];
+      const int n = std::snprintf(buf, sizeof buf, "%10.5f  meV\n", value);
+      if (n > 0 && n < static_cast<int>(sizeof buf))
+        text.append(buf, static_cast<std::size_t>(n));
+      else
+        text += format_string("%10.5f  meV\n", value);
+    }
+  }
+  return text;
+}
+
+void SiteEnergy::write_carrier(char carrier, const char* name, int line) const {
   const std::string path = format_string("%s/%s", data_dir.c_str(), name);
   // Written into a file of this run alone and renamed over the target once complete, so a
   // failed, killed or concurrent run never leaves a truncated or mixed file in its place.
@@ -121,18 +153,24 @@ void SiteEnergy::write_carrier(char carrier, const char* name, int line) const {
   if (!f)
     fatal_error("pr_siteenergy", line, FatalStream::Out,
                 "Failed to open output file " + path + "\n", -1);
-  std::fprintf(f, "%d\n", nmols_uc);
-  for (int i = 0; i < nmols_uc; ++i) {
-    std::fprintf(f, "%d %d\n", nei_count[i], i + 1);
-    for (int k = 0; k < nei_count[i]; ++k) {
-      double value = internal[i][k];
-      if (dielectric) value = internal[i][k] + multipole[i][k];
-      std::fprintf(f, "%10.5f  meV\n", value);
-    }
-  }
+  const std::string text = site_energy_text(carrier);
+  std::fwrite(text.data(), 1, text.size(), f);
   if (!out.commit())
     fatal_error("pr_siteenergy", line, FatalStream::Out,
                 "Failed to open output file " + path + "\n", -1);
+}
+
+void SiteEnergy::check_site_energy_tables() const {
+  const bool dielectric = reorg_outer_code == 3;
+  const char c = carrier_of(chargetype);
+  if (has_holes(c)) {
+    check_table(se_int_h, "SE_einternal-h.dat");
+    if (dielectric) check_table(se_mp_h, "SE_emultipole-h.dat");
+  }
+  if (has_electrons(c)) {
+    check_table(se_int_e, "SE_einternal-e.dat");
+    if (dielectric) check_table(se_mp_e, "SE_emultipole-e.dat");
+  }
 }
 
 void SiteEnergy::write_site_energies(bool verbose) {
@@ -143,18 +181,9 @@ void SiteEnergy::write_site_energies(bool verbose) {
     std::printf("Writing site energies...\n");
     std::fflush(stdout);
   }
-  const char c = carrier_of(chargetype);
-
   // Every table the output needs is checked before either file is written.
-  if (has_holes(c)) {
-    check_table(se_int_h, "SE_einternal-h.dat");
-    if (dielectric) check_table(se_mp_h, "SE_emultipole-h.dat");
-  }
-  if (has_electrons(c)) {
-    check_table(se_int_e, "SE_einternal-e.dat");
-    if (dielectric) check_table(se_mp_e, "SE_emultipole-e.dat");
-  }
-
+  check_site_energy_tables();
+  const char c = carrier_of(chargetype);
   if (has_holes(c)) write_carrier('h', "EH.dat", siteenergy_lines::EH_OPEN);
   if (has_electrons(c)) write_carrier('e', "EL.dat", siteenergy_lines::EL_OPEN);
   if (verbose) std::printf("done.\n");

@@ -2,7 +2,9 @@
 // calculations left in the data directory and writes the site energies of holes ("EH.dat")
 // and electrons ("EL.dat") pair by pair in neighbour-list order.
 #pragma once
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "transport.h"
@@ -28,15 +30,28 @@ class SiteEnergy : public Transport {
   void read_SE_emultipole(bool verbose);
   void write_site_energies(bool verbose);
 
+  // Reads one table from the text of its file, as the file readers below read the data
+  // directory's tables: only what the neighbour list needs is kept.
+  EnergyTable read_table_text(std::string_view text) const;
+
+  // Ends the run when a table the charge type and the outer model need lacks a block or a
+  // value of the neighbour list; then the text of "EH.dat" ('h') or "EL.dat" ('e').
+  void check_site_energy_tables() const;
+  std::string site_energy_text(char carrier) const;
+
   const EnergyTable& get_einternal(char carrier) const { return carrier == 'h' ? se_int_h : se_int_e; }
   const EnergyTable& get_emultipole(char carrier) const { return carrier == 'h' ? se_mp_h : se_mp_e; }
 
- private:
+ protected:
   EnergyTable se_int_h, se_int_e, se_mp_h, se_mp_e;
+
+ private:
   std::vector<int> se_index_a, se_index_b;  // kept for the suite's later stages
 
   // Reads one table file; `line` is the error line reported when it cannot be opened.
   EnergyTable read_table(const char* name, int line) const;
+  // The reading of one table over its lines, taken as std::fgets takes them.
+  EnergyTable read_table_lines(const std::function<bool(char*, int)>& gets) const;
   // Reads the hole and/or electron table of one kind, as the charge type asks.
   void read_carrier_tables(bool verbose, const char* what, const char* hole_file, int hole_line,
                            EnergyTable& holes, const char* electron_file, int electron_line,

@@ -3,14 +3,18 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "fileio.h"
+#include "test_support.h"
 #include "util.h"
+#include "util_text_reads.h"
 
 namespace {
 
@@ -314,4 +318,78 @@ TEST(LoadingDeath, MoleculesOfUnknownElementsOnly) {
   EXPECT_EXIT(load_mol(), testing::ExitedWithCode(1),
               "line 4652 : \nWARNING: Problems reading a MDL file\n         No atom of molecule 1 "
               "in \"" + mol + "\" has a known element symbol \\(1 atoms\\)\n");
+}
+
+// ---------------------------------------------------------------- readers over text
+
+// The text entry and the file entry give the same crystal and print the same lines, on files
+// that test the line splitting: CR LF ends, no final line feed, a vertical tab where a value
+// should be (a number read must not run on into the next line), a NUL byte inside an atom row.
+TEST(CifText, ReadsAsTheFileReaderDoes) {
+  const std::string atoms =
+      "loop_\n_atom_site_label\n_atom_site_type_symbol\n_atom_site_fract_x\n"
+      "_atom_site_fract_y\n_atom_site_fract_z\nC1 C 0.10 0.20 0.30\nC2 C 0.15 0.20 0.30";
+  const std::string texts[] = {
+      std::string(kCellHead) + atoms + "\n",
+      std::string(kCellHead) + atoms,
+      [&] {
+        std::string t = std::string(kCellHead) + atoms + "\n";
+        for (size_t p = t.find('\n'); p != std::string::npos; p = t.find('\n', p + 2))
+          t.insert(p, "\r");
+        return t;
+      }(),
+      "data_v\n_cell_length_a \v\n12.5\n_cell_length_b 10\n_cell_length_c 10\n"
+      "_cell_angle_alpha 90\n_cell_angle_beta 90\n_cell_angle_gamma 90\n" + atoms + "\n",
+      std::string(kCellHead) + atoms + std::string(" 0.5\0 9 9\n", 10),
+      test_support::slurp(crystal("anthracene.cif")),
+  };
+  for (const std::string& text : texts) {
+    SCOPED_TRACE(text.substr(0, 60));
+    const std::string path = temp_cif(text);
+    CifProbe from_file, from_text;
+    const std::string printed_file = load(from_file, path, true);
+    testing::internal::CaptureStdout();
+    from_text.read_data_cif_text(text, path, true);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), printed_file);
+    std::remove(path.c_str());
+    EXPECT_EQ(from_text.identifier, from_file.identifier);
+    EXPECT_EQ(from_text.symm_ops, from_file.symm_ops);
+    EXPECT_EQ(std::vector<double>(from_text.cell_latt, from_text.cell_latt + 6),
+              std::vector<double>(from_file.cell_latt, from_file.cell_latt + 6));
+    EXPECT_EQ(from_text.x_s, from_file.x_s);
+    EXPECT_EQ(from_text.cif_mol_natoms, from_file.cif_mol_natoms);
+  }
+  // The vertical tab is the whole value: a = 0, not the 12.5 of the next line.
+  CifProbe v;
+  testing::internal::CaptureStdout();
+  v.read_data_cif_text(texts[3], "v.cif", false);
+  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(v.cell_latt[0], 0.0);
+}
+
+// Reads of a text in memory cut it as std::fgets cuts the same bytes in a file: at line
+// feeds, at size - 1 characters, with a last line without line feed, and with NUL bytes kept.
+TEST(CifText, TextReadsCutAsFgets) {
+  std::string text = std::string(300, 'a') + "\n\nb" + std::string("\0c\n", 3) +
+                     std::string(1100, 'd') + "\n" + std::string(254, 'e') + "\nlast";
+  const std::string path = temp_cif(text);
+  for (int size : {2, 255, 1024}) {
+    SCOPED_TRACE(size);
+    std::FILE* f = std::fopen(path.c_str(), "r");
+    ASSERT_TRUE(f);
+    TextReads reads(text);
+    std::vector<char> a(size), b(size);
+    int n = 0;
+    while (true) {
+      const bool from_file = std::fgets(a.data(), size, f) != nullptr;
+      ASSERT_EQ(reads.gets(b.data(), size), from_file);
+      if (!from_file) break;
+      ASSERT_EQ(0, std::memcmp(a.data(), b.data(), size)) << "read " << n;
+      std::fill(a.begin(), a.end(), 'x');
+      std::fill(b.begin(), b.end(), 'x');
+      ++n;
+    }
+    std::fclose(f);
+  }
+  std::remove(path.c_str());
 }

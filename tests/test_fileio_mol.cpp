@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -160,4 +161,29 @@ TEST(MolReader, V3000FilesBlocksAndStorage) {
   io.read(kV3000 + "M  V30 COUNTS 1 0\nM  V30 BEGIN ATOM\nM  V30 1 C 1 2 3 0\n"
                    "M  V30 2 N 1 2 3 0\n");
   EXPECT_EQ(io.mol_atypes[0], (std::vector<int>{6}));
+}
+
+// The text entry reads as the file entry does: the same atoms, and the same refusal of a
+// V3000 COUNTS larger than the rest of the text can hold (the room is measured on the text).
+TEST(MolReader, TextReadsAsTheFile) {
+  const std::string absurd = kV3000 + "M  V30 COUNTS 2000000000 0 0 0 0\nM  V30 BEGIN ATOM\n" +
+                             "M  V30 1 C 0 0 0 0\nM  V30 END ATOM\nM  V30 END CTAB\nM  END\n";
+  const std::string files[] = {KAVRI_TEST_DATA "/anthracene_cif_v2000.mol",
+                               KAVRI_TEST_DATA "/naphthalene_gen3d_v3000.mol"};
+  std::vector<std::string> texts = {absurd};
+  for (const std::string& f : files) {
+    std::ifstream in(f, std::ios::binary);
+    texts.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
+  for (const std::string& text : texts) {
+    MolProbe from_file, from_text;
+    from_file.read(text);
+    from_text.read_data_mol_text(text, "t.mol", 0, false);
+    EXPECT_EQ(from_text.mol_natoms, from_file.mol_natoms);
+    EXPECT_EQ(from_text.mol_atypes, from_file.mol_atypes);
+    EXPECT_EQ(from_text.mol_x, from_file.mol_x);
+  }
+  MolProbe refused;
+  refused.read_data_mol_text(absurd, "t.mol", 0, false);
+  EXPECT_EQ(refused.mol_natoms[0], 0);
 }
