@@ -2,6 +2,7 @@
 // ("kavri.inp"), holds every setting of the "&transport" section with its default, applies
 // the KAVRI_* environment variables, and loads the crystal named by the `crystal` key.
 #pragma once
+#include <cctype>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -42,6 +43,13 @@ class KavriInp : public FileIO, public Jobscript {
   void get_environment_variables();
   void set_compute_engine(int n);
 
+  // The charge carrier of `chargetype`: its first character in lower case ('h' holes,
+  // 'e' electrons, 'a' both; '\0' when empty). Every stage reads the carrier through this.
+  char charge_carrier() const {
+    return chargetype.empty()
+               ? '\0'
+               : static_cast<char>(std::tolower(static_cast<unsigned char>(chargetype[0])));
+  }
   int get_compute_engine() const { return compute_engine; }
   bool get_appE_flag() const { return appE_flag; }
   bool get_read_neighbor_flag() const { return read_neighbor_dat; }

@@ -197,8 +197,9 @@ class JobWriter : public KavriInp {
   std::vector<std::string> expected_outputs() const {
     std::vector<std::string> files;
     const std::string dir = get_data_dir() + "/";
-    if (iequals(chargetype, "h") || iequals(chargetype, "a")) files.push_back(dir + "EH.dat");
-    if (iequals(chargetype, "e") || iequals(chargetype, "a")) files.push_back(dir + "EL.dat");
+    const char c = charge_carrier();
+    if (c == 'h' || c == 'a') files.push_back(dir + "EH.dat");
+    if (c == 'e' || c == 'a') files.push_back(dir + "EL.dat");
     return files;
   }
 };

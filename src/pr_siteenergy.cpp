@@ -22,12 +22,6 @@ long leading_count(const char* line) {
   return v < 0 ? 0 : (v > INT_MAX ? INT_MAX : v);
 }
 
-char carrier_of(const std::string& chargetype) {
-  return chargetype.empty()
-             ? '\0'
-             : static_cast<char>(std::tolower(static_cast<unsigned char>(chargetype[0])));
-}
-
 bool has_holes(char c) { return c == 'h' || c == 'a'; }
 // True for exactly "a" and "e": they differ only in the bit of value 4.
 bool has_electrons(char c) { return (c & ~4) == 'a'; }
@@ -89,7 +83,7 @@ void SiteEnergy::read_carrier_tables(bool verbose, const char* what, const char*
     std::printf("Reading reorganization %s energies...\n", what);
     std::fflush(stdout);
   }
-  const char c = carrier_of(chargetype);
+  const char c = charge_carrier();
   if (has_holes(c)) holes = read_table(hole_file, hole_line);
   if (has_electrons(c)) electrons = read_table(electron_file, electron_line);
   if (verbose) std::printf("done.\n");
@@ -162,7 +156,7 @@ void SiteEnergy::write_carrier(char carrier, const char* name, int line) const {
 
 void SiteEnergy::check_site_energy_tables() const {
   const bool dielectric = reorg_outer_code == 3;
-  const char c = carrier_of(chargetype);
+  const char c = charge_carrier();
   if (has_holes(c)) {
     check_table(se_int_h, "SE_einternal-h.dat");
     if (dielectric) check_table(se_mp_h, "SE_emultipole-h.dat");
@@ -183,7 +177,7 @@ void SiteEnergy::write_site_energies(bool verbose) {
   }
   // Every table the output needs is checked before either file is written.
   check_site_energy_tables();
-  const char c = carrier_of(chargetype);
+  const char c = charge_carrier();
   if (has_holes(c)) write_carrier('h', "EH.dat", siteenergy_lines::EH_OPEN);
   if (has_electrons(c)) write_carrier('e', "EL.dat", siteenergy_lines::EL_OPEN);
   if (verbose) std::printf("done.\n");

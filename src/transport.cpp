@@ -53,9 +53,7 @@ void Transport::get_workdir(std::string& dir) { ::get_workdir(dir); }
 
 void Transport::post_data_read_treatment(bool verbose) {
   nmols_uc = nmols;
-  charge_type = chargetype.empty()
-                    ? '\0'
-                    : static_cast<char>(std::tolower(static_cast<unsigned char>(chargetype[0])));
+  charge_type = charge_carrier();
   nsnap = static_cast<int>(tsimu / tsnap + 0.5);
 
   natoms_total = 0;

@@ -231,11 +231,11 @@ int Transport::get_MC_nhops(int mol) const {
 
 void Transport::read_MC_w0() {
   std::printf("Reading W files...\n");
-  const char c = chargetype.empty() ? '\0' : chargetype[0];
+  const char c = charge_carrier();
   const char* name = nullptr;
-  if (c == 'e' || c == 'E') {
+  if (c == 'e') {
     name = "WL.dat";
-  } else if (c == 'h' || c == 'H') {
+  } else if (c == 'h') {
     name = "WH.dat";
   } else {
     std::printf("INFO: MC chargetype = %s\n", chargetype.c_str());

@@ -140,6 +140,11 @@ TEST_F(JobscriptTool, CheckTellsSucceededFailedAndNotEnded) {
   std::ofstream(dir / "data" / "EL.dat") << "2\n";
   EXPECT_EQ(run("-check -job se -outdir logs"), 0) << out;
   EXPECT_NE(out.find("succeeded"), std::string::npos) << out;
+
+  // The carrier in either case: "H" asks for EH.dat alone.
+  fs::remove(dir / "data" / "EL.dat");
+  add_keys("  chargetype = H\n");
+  EXPECT_EQ(run("-check -job se -outdir logs"), 0) << out;
 }
 
 }  // namespace
