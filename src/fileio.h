@@ -182,7 +182,15 @@ class FileIO {
   // structure source and per-molecule model of one unit cell
   int struct_source = 0;  // 1 MOL files, 2 CIF crystal, other: nothing named
   std::vector<std::string> mol_file_names;  // key molecule
-  double cell_vectors[3][3] = {{8.098, 0, 0}, {0, 5.953, 0}, {-4.888095, 0, 7.138882}};
+  // Cell vectors (rows a, b, c) of MOL files when the input file names none.
+  static constexpr double kDefaultCellVectors[3][3] = {
+      {8.098, 0, 0}, {0, 5.953, 0}, {-4.888095, 0, 7.138882}};
+  double cell_vectors[3][3] = {{kDefaultCellVectors[0][0], kDefaultCellVectors[0][1],
+                                kDefaultCellVectors[0][2]},
+                               {kDefaultCellVectors[1][0], kDefaultCellVectors[1][1],
+                                kDefaultCellVectors[1][2]},
+                               {kDefaultCellVectors[2][0], kDefaultCellVectors[2][1],
+                                kDefaultCellVectors[2][2]}};
   int super_cell[3] = {5, 5, 5};
   std::string data_dir = "data";
   int data_mol_output_level_io = 2;

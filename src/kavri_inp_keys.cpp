@@ -166,9 +166,8 @@ void KavriInp::set_varables_default() {
   qc_nodes = 1;
   qc_ppn = 8;
 
-  const double default_cell[3][3] = {{8.098, 0, 0}, {0, 5.953, 0}, {-4.888095, 0, 7.138882}};
   for (int i = 0; i < 3; ++i) {
-    for (int j = 0; j < 3; ++j) cell_vectors[i][j] = default_cell[i][j];
+    for (int j = 0; j < 3; ++j) cell_vectors[i][j] = kDefaultCellVectors[i][j];
     super_cell[i] = 5;
     neighbor_scell[i] = 3;
   }
