@@ -383,8 +383,30 @@ void Transport::search_neighbors(int i, double rc2, std::vector<int>& cand,
   const BoundingSphere& si = spheres[i];
   std::vector<int> near;
   centre_grid.for_each_near(si.centre, [&](int j) { near.push_back(j); });
+  // Most molecules of the neighbouring bins lie beyond any contact. Their image ranges below
+  // are empty along some axis: no whole number of cells brings the centres within the span of
+  // the pair. The span grows with the pair's reach and with |v|, so the widest span over these
+  // molecules, computed once, lets them be passed over with one rounding-free test per axis
+  // (v minus its nearest integer is exact).
+  double rmax = 0.0, vmax[3] = {0.0, 0.0, 0.0};
+  for (int j : near) {
+    rmax = std::max(rmax, spheres[j].radius);
+    for (int k = 0; k < 3; ++k)
+      vmax[k] = std::max(vmax[k], std::fabs(spheres[j].centre[k] - si.centre[k]));
+  }
+  const double widest = sphere_reach(rc, si.radius, rmax);
+  double span_max[3];
+  for (int k = 0; k < 3; ++k)
+    span_max[k] = search_margin::widened(inv_row[k] * widest, lattice_kappa,
+                                         vmax[k] + static_cast<double>(N[k]) + 1.0);
   for (int j : near) {
     const BoundingSphere& sj = spheres[j];
+    bool apart = false;
+    for (int k = 0; k < 3; ++k) {
+      const double v = sj.centre[k] - si.centre[k];
+      apart = apart || std::fabs(v - std::nearbyint(v)) > span_max[k];
+    }
+    if (apart) continue;
     // Any contact closer than the cut-off needs the centres within this reach.
     const double reach = sphere_reach(rc, si.radius, sj.radius);
     const double v[3] = {sj.centre[0] - si.centre[0], sj.centre[1] - si.centre[1],
