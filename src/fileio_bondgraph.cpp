@@ -1,6 +1,8 @@
 // Fast cell partition and whole-molecule growth: bonded atoms are found through a periodic
 // grid in fractional space as the molecule grows, and the lowest-index free atom bonded to the
 // molecule always joins next, which is exactly the order of the straightforward bond search.
+// The partition records through which member each atom joined; where its bonds cover those of
+// the whole-molecule test, whole molecules follow these joins in one pass.
 #include <algorithm>
 #include <cmath>
 #include <functional>

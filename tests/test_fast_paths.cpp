@@ -1,6 +1,7 @@
-// The fast duplicate removal, bond partition and neighbour search against the straightforward
-// algorithms they replace: identical results on real supercells and on many generated cells
-// (skewed cells, atoms on faces and special positions, unknown elements, extreme cut-offs).
+// The fast duplicate removal, bond partition, whole molecules and neighbour search against the
+// straightforward algorithms they replace: identical results on real supercells and on many
+// generated cells (skewed cells, atoms on faces and special positions, unknown elements,
+// extreme cut-offs, bond scales changed between the partition and the whole molecules).
 #include <gtest/gtest.h>
 
 #include <unistd.h>
