@@ -413,6 +413,9 @@ TEST(FastPaths, RealSupercellGivesReferencePartitionAndNeighbours) {
     ref.separate_cif_molecules_reference(false);
     EXPECT_EQ(fast.cif_mol_natoms, ref.cif_mol_natoms) << name;
     EXPECT_EQ(fast.cif_mol_atoms, ref.cif_mol_atoms) << name;
+    // Every molecule of these crystals (C, H, Ge) is made whole along the partition's joins.
+    EXPECT_EQ(whole_molecules_match(fast, name), static_cast<int>(fast.cif_mol_natoms.size()))
+        << name;
 
     fast.struct_source = 2;
     testing::internal::CaptureStdout();
