@@ -125,6 +125,15 @@ class FileIO {
   // The straightforward growth (one bond search per placed atom), kept as the reference.
   void make_whole_molecule_reference(int mol_number, int natoms, const int* types, double* fx,
                                      bool verbose);
+  // The same result from the cell partition's record of the molecule: `joined[k]` is the
+  // member (counted in the molecule, below k) through which atom k joined it, and
+  // `partition_radii` the atoms' bond radii in the partition. Where the partition's bonds
+  // cover every bond of the whole-molecule test, the growth places the atoms in their order,
+  // each next to the member it joined through (one bond test per atom); elsewhere it grows
+  // the molecule as make_whole_molecule does. Returns whether the joins were followed.
+  bool make_whole_molecule_joined(int mol_number, int natoms, const int* types, double* fx,
+                                  const int* joined, const double* partition_radii,
+                                  bool verbose);
 
   // ---- loading driver
   void read_crystal_strcuture_files(bool verbose, bool write_cell_vectors);
@@ -178,6 +187,12 @@ class FileIO {
   double bond_dis_scale = 1.15;
   std::vector<int> cif_mol_natoms;  // atoms per molecule, in the order found
   std::vector<int> cif_mol_atoms;   // the molecules' atoms, one molecule after the other
+  // Beside cif_mol_atoms (fast partition only): the member of its molecule, counted in the
+  // molecule, through which each atom joined it (-1 for the first), and its bond radius; and
+  // the bond scale the partition used.
+  std::vector<int> cif_mol_joined;
+  std::vector<double> cif_mol_radius;
+  double cif_partition_scale = 0.0;
 
   // structure source and per-molecule model of one unit cell
   int struct_source = 0;  // 1 MOL files, 2 CIF crystal, other: nothing named
@@ -229,6 +244,19 @@ class FileIO {
   std::vector<double> whole_molecule_radii(int natoms, const int* types) const;
   int grow_whole_molecule(int natoms, double* fx, const double* radii) const;
   int grow_whole_molecule_reference(int natoms, double* fx, const double* radii) const;
+  // The whole-molecule bond test of free atom i against placed atom j: 1 when the
+  // displacement bonds as it stands, 2 when it bonds through the minimum image (d then holds
+  // that image), 0 when not bonded.
+  int whole_bond(int i, int j, const double* fx, const double* radii, double d[3]) const;
+  // Whether every pair that the whole-molecule test (radii `radii`, scale bond_dis_scale) can
+  // bond in this molecule was bonded by the partition (radii `partition_radii`, its scale)
+  // through the same image, round-off included.
+  bool partition_covers_whole_bonds(int natoms, const double* fx, const double* radii,
+                                    const double* partition_radii) const;
+  // Places atom k next to joined[k] for k = 1, 2, ...; returns false at the first atom that
+  // the whole-molecule test does not bond to its partner (fx is then partly moved).
+  bool grow_whole_molecule_joined(int natoms, double* fx, const double* radii,
+                                  const int* joined) const;
   void finish_whole_molecule(int mol_number, int natoms, const int* types, double* fx,
                              int nbonded, bool verbose) const;
   void print_overlap(size_t i, size_t j, const std::vector<double>& frac) const;

@@ -1,6 +1,8 @@
 // Fast cell partition and whole-molecule growth: bonded atoms are found through a periodic
 // grid in fractional space as the molecule grows, and the lowest-index free atom bonded to the
 // molecule always joins next, which is exactly the order of the straightforward bond search.
+// The partition records through which member each atom joined; where its bonds cover those of
+// the whole-molecule test, whole molecules follow these joins in one pass.
 #include <algorithm>
 #include <cmath>
 #include <functional>
@@ -43,6 +45,9 @@ void FileIO::bond_grid_reach(double reach_cart, const std::vector<double>& frac,
 void FileIO::separate_cif_molecules(bool verbose) {
   cif_mol_natoms.clear();
   cif_mol_atoms.clear();
+  cif_mol_joined.clear();
+  cif_mol_radius.clear();
+  cif_partition_scale = bond_dis_scale;
   const int n = natoms_cif;
   enum Kind : char { NONFINITE, NORMAL, BIG, UNIVERSAL };
   std::vector<char> kind(n, NONFINITE), in_cell(n, 0);
@@ -91,6 +96,7 @@ void FileIO::separate_cif_molecules(bool verbose) {
   // out of the search); the lowest-index queued atom joins next, which is the order of the
   // straightforward search, whose bond test is symmetric.
   std::vector<char> queued(n, 0);
+  std::vector<int> joined_by(n, -1), local(n, 0);  // the atom whose join queued it; its place
   std::priority_queue<int, std::vector<int>, std::greater<int>> ready;
   std::vector<int> found;
   auto bonds = [&](int i, int j) {
@@ -100,9 +106,10 @@ void FileIO::separate_cif_molecules(bool verbose) {
     double dist;
     return bonded(d, radius[i], radius[j], dist);
   };
-  auto queue = [&](int q) {
+  auto queue = [&](int q, int by) {
     if (queued[q]) return;
     queued[q] = 1;
+    joined_by[q] = by;
     grid.remove(q);
     ready.push(q);
   };
@@ -131,7 +138,7 @@ void FileIO::separate_cif_molecules(bool verbose) {
       universal_pushed = true;
       found.insert(found.end(), universal.begin(), universal.end());
     }
-    for (int q : found) queue(q);
+    for (int q : found) queue(q, a);
   };
 
   int seed = 0;
@@ -139,11 +146,16 @@ void FileIO::separate_cif_molecules(bool verbose) {
   while (placed < n) {
     while (queued[seed]) ++seed;
     const size_t first = cif_mol_atoms.size();
-    queue(seed);
+    queue(seed, -1);
     while (!ready.empty()) {
       const int a = ready.top();
       ready.pop();
+      local[a] = static_cast<int>(cif_mol_atoms.size() - first);
       cif_mol_atoms.push_back(a);
+      // Queued during the join of a placed atom, which is the first in placing order that
+      // bonds to a: the partner of the straightforward search.
+      cif_mol_joined.push_back(joined_by[a] < 0 ? -1 : local[joined_by[a]]);
+      cif_mol_radius.push_back(radius[a]);
       join(a);
     }
     const int size = static_cast<int>(cif_mol_atoms.size() - first);
@@ -174,14 +186,8 @@ int FileIO::grow_whole_molecule(int natoms, double* fx, const double* radii) con
   std::vector<char> placed(natoms, 0);
   std::priority_queue<int, std::vector<int>, std::greater<int>> ready;
   int count = 0;
-  auto bonds = [&](int i, int j, double d[3]) {
-    double dist;
-    for (int c = 0; c < 3; ++c) d[c] = fx[3 * j + c] - fx[3 * i + c];
-    if (bonded(d, radii[i], radii[j], dist)) return 1;
-    for (int c = 0; c < 3; ++c) d[c] = reduce_to_half_cell(d[c]);
-    return bonded(d, radii[i], radii[j], dist) ? 2 : 0;
-  };
   std::vector<int> found;
+  auto bonds = [&](int i, int j, double d[3]) { return whole_bond(i, j, fx, radii, d); };
   auto place = [&](int j) {
     placed[j] = 1;
     grid.remove(j);
@@ -209,4 +215,88 @@ int FileIO::grow_whole_molecule(int natoms, double* fx, const double* radii) con
     place(i);
   }
   return count;
+}
+
+int FileIO::whole_bond(int i, int j, const double* fx, const double* radii, double d[3]) const {
+  double dist;
+  for (int c = 0; c < 3; ++c) d[c] = fx[3 * j + c] - fx[3 * i + c];
+  if (bonded(d, radii[i], radii[j], dist)) return 1;
+  for (int c = 0; c < 3; ++c) d[c] = reduce_to_half_cell(d[c]);
+  return bonded(d, radii[i], radii[j], dist) ? 2 : 0;
+}
+
+bool FileIO::partition_covers_whole_bonds(int natoms, const double* fx, const double* radii,
+                                          const double* partition_radii) const {
+  // The partition tested the single-wrapped displacement of the stored positions, all inside
+  // the cell here. The whole-molecule test measures a displacement of the current positions,
+  // as it stands or reduced: it differs from an exact whole-cell image g of the stored
+  // displacement by the drift of the placed atom. Each join moves an atom within half a cell
+  // of its partner, so no component exceeds 1 + n/2, and rounds at most 4 times: the drift
+  // stays below 4 n u (1 + n/2) per component, below that times ||L||_F in length. With that
+  // and the round-off of both tests (search_margin.h) in the reach, a pair the whole-molecule
+  // test bonds has |L g| below the widened reach; when that reach spans less than half a cell
+  // along every axis, g is the single-wrapped displacement the partition measured, and the
+  // partition bonded the pair whenever its threshold exceeds the widened one.
+  double norm_l = 0.0;
+  for (int r = 0; r < 3; ++r)
+    for (int c = 0; c < 3; ++c) norm_l += latt[r][c] * latt[r][c];
+  const double n = natoms;
+  const double magnitude = std::sqrt(norm_l) * (n + 1.0) * (1.0 + 0.5 * n);
+  const double condition = search_margin::lattice_condition(latt, latt_inv);
+  auto widened = [&](double r) { return search_margin::widened(r, condition, magnitude); };
+
+  struct Kind {
+    double whole, partition;
+    int count;
+  };
+  constexpr size_t MAX_KINDS = 16;  // beyond this the pair check is not worth it
+  std::vector<Kind> kinds;
+  double rmax = 0.0;
+  std::vector<int> atoms(natoms);
+  for (int k = 0; k < natoms; ++k) {
+    const double* f = &fx[3 * k];
+    for (int c = 0; c < 3; ++c)
+      if (!(f[c] >= 0.0 && f[c] <= 1.0)) return false;  // outside the cell, or not finite
+    auto same = [&](const Kind& s) {
+      return s.whole == radii[k] && s.partition == partition_radii[k];
+    };
+    auto it = std::find_if(kinds.begin(), kinds.end(), same);
+    if (it != kinds.end()) {
+      ++it->count;
+    } else {
+      if (kinds.size() == MAX_KINDS) return false;
+      kinds.push_back({radii[k], partition_radii[k], 1});
+    }
+    rmax = std::max(rmax, radii[k]);
+    atoms[k] = k;
+  }
+  for (size_t a = 0; a < kinds.size(); ++a)
+    for (size_t b = a; b < kinds.size(); ++b) {
+      if (a == b && kinds[a].count < 2) continue;
+      const double whole = (kinds[a].whole + kinds[b].whole) * bond_dis_scale;
+      const double partition = (kinds[a].partition + kinds[b].partition) * cif_partition_scale;
+      if (!(widened(whole) < partition)) return false;
+    }
+  double reach[3];
+  bond_grid_reach(widened(2.0 * rmax * bond_dis_scale), std::vector<double>(fx, fx + 3 * natoms),
+                  atoms, reach);
+  return reach[0] < 0.5 && reach[1] < 0.5 && reach[2] < 0.5;
+}
+
+bool FileIO::grow_whole_molecule_joined(int natoms, double* fx, const double* radii,
+                                        const int* joined) const {
+  // With the partition's bonds covering the whole-molecule ones, the members bonded to atom k
+  // are among those the partition bonded to it, the first of which in placing order is its
+  // partner: when the partner bonds, it is the first bonded member, and k is the lowest free
+  // atom bonded to the molecule, so the straightforward growth places k next, there.
+  for (int k = 1; k < natoms; ++k) {
+    const int j = joined[k];
+    if (j < 0 || j >= k) return false;
+    double d[3];
+    const int bond = whole_bond(k, j, fx, radii, d);
+    if (bond == 0) return false;
+    if (bond == 2)
+      for (int c = 0; c < 3; ++c) fx[3 * k + c] = fx[3 * j + c] - d[c];
+  }
+  return true;
 }

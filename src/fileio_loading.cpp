@@ -72,13 +72,23 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
                     -1);
     }
     if (verbose) std::printf("Make whole molecules...\n");
+    // The fast partition's record of how each atom joined its molecule (absent after the
+    // straightforward partition) lets most molecules be made whole in one pass.
+    const bool joins = cif_mol_joined.size() == cif_mol_atoms.size() &&
+                       cif_mol_radius.size() == cif_mol_atoms.size();
+    size_t first = 0;
     for (int i = 0; i < nmols; ++i) {
       if (reference_paths)
         make_whole_molecule_reference(i + 1, mol_natoms[i], mol_atypes[i].data(),
                                       mol_x_s[i].data(), verbose);
+      else if (joins)
+        make_whole_molecule_joined(i + 1, mol_natoms[i], mol_atypes[i].data(),
+                                   mol_x_s[i].data(), &cif_mol_joined[first],
+                                   &cif_mol_radius[first], verbose);
       else
         make_whole_molecule(i + 1, mol_natoms[i], mol_atypes[i].data(), mol_x_s[i].data(),
                             verbose);
+      first += static_cast<size_t>(mol_natoms[i]);
       for (int k = 0; k < mol_natoms[i]; ++k) coord_f2c(&mol_x_s[i][3 * k], &mol_x[i][3 * k]);
     }
     for (int c = 0; c < 3; ++c)

@@ -1,6 +1,7 @@
 // Bond detection and whole molecules: the distance criterion on covalent radii, the
 // partition of an expanded cell into molecules, and the unwrapping of one molecule across
 // the cell faces with its centre of mass brought back into the home cell.
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <vector>
@@ -114,6 +115,8 @@ void FileIO::find_bond_atom_one(int natoms, double* fx, const double* radii,
 void FileIO::separate_cif_molecules_reference(bool verbose) {
   cif_mol_natoms.clear();
   cif_mol_atoms.clear();
+  cif_mol_joined.clear();  // no record of the joins: molecules are grown in full
+  cif_mol_radius.clear();
   std::vector<int> unassigned(natoms_cif, 1);
   std::vector<int> list;
   int placed = 0;
@@ -176,6 +179,22 @@ void FileIO::make_whole_molecule(int mol_number, int natoms, const int* types, d
   const std::vector<double> radii = whole_molecule_radii(natoms, types);
   finish_whole_molecule(mol_number, natoms, types, fx, grow_whole_molecule(natoms, fx, radii.data()),
                         verbose);
+}
+
+bool FileIO::make_whole_molecule_joined(int mol_number, int natoms, const int* types,
+                                        double* fx, const int* joined,
+                                        const double* partition_radii, bool verbose) {
+  if (natoms <= 0) return true;
+  const std::vector<double> radii = whole_molecule_radii(natoms, types);
+  bool followed = partition_covers_whole_bonds(natoms, fx, radii.data(), partition_radii);
+  if (followed) {
+    const std::vector<double> start(fx, fx + 3 * natoms);
+    followed = grow_whole_molecule_joined(natoms, fx, radii.data(), joined);
+    if (!followed) std::copy(start.begin(), start.end(), fx);
+  }
+  const int nbonded = followed ? natoms : grow_whole_molecule(natoms, fx, radii.data());
+  finish_whole_molecule(mol_number, natoms, types, fx, nbonded, verbose);
+  return followed;
 }
 
 void FileIO::make_whole_molecule_reference(int mol_number, int natoms, const int* types,

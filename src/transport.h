@@ -239,6 +239,7 @@ class Transport : public KavriInp {
   double lattice_kappa = 1.0;
   double coordinate_scale = 0.0;
   double largest_sphere = 0.0;
+  double centre_magnitude = 1.0;  // at least 1 and twice the largest |component| of a centre
   fileio_grid::PeriodicGrid centre_grid;  // molecule centres, binned for the cut-off reach
   void prepare_bounding_spheres(double rc2);
   // Contact test of large molecule pairs: the atoms of molecule j binned in Cartesian space,

@@ -167,7 +167,7 @@ void Transport::prepare_bounding_spheres(double rc2) {
   const double reach = sphere_reach(std::sqrt(rc2), largest_sphere, largest_sphere);
   // Along axis k the centres then differ by at most |row k of L^-1| times that reach; the
   // centres are binned by their fractional parts.
-  double centre_magnitude = 1.0;
+  centre_magnitude = 1.0;
   for (int i : binned)
     for (int k = 0; k < 3; ++k)
       centre_magnitude = std::max(centre_magnitude, 2.0 * std::fabs(centres[3 * i + k]));
@@ -383,8 +383,24 @@ void Transport::search_neighbors(int i, double rc2, std::vector<int>& cand,
   const BoundingSphere& si = spheres[i];
   std::vector<int> near;
   centre_grid.for_each_near(si.centre, [&](int j) { near.push_back(j); });
+  // Most molecules of the neighbouring bins lie beyond any contact. Their image ranges below
+  // are empty along some axis: no whole number of cells brings the centres within the span of
+  // the pair. The span grows with the pair's reach and with |v| (at most centre_magnitude), so
+  // the widest span, computed once, lets them be passed over with one rounding-free test per
+  // axis (v minus its nearest integer is exact).
+  const double widest = sphere_reach(rc, si.radius, largest_sphere);
+  double span_max[3];
+  for (int k = 0; k < 3; ++k)
+    span_max[k] = search_margin::widened(inv_row[k] * widest, lattice_kappa,
+                                         centre_magnitude + static_cast<double>(N[k]) + 1.0);
   for (int j : near) {
     const BoundingSphere& sj = spheres[j];
+    bool apart = false;
+    for (int k = 0; k < 3; ++k) {
+      const double v = sj.centre[k] - si.centre[k];
+      apart = apart || std::fabs(v - std::nearbyint(v)) > span_max[k];
+    }
+    if (apart) continue;
     // Any contact closer than the cut-off needs the centres within this reach.
     const double reach = sphere_reach(rc, si.radius, sj.radius);
     const double v[3] = {sj.centre[0] - si.centre[0], sj.centre[1] - si.centre[1],
