@@ -14,14 +14,13 @@
 #include "search_margin.h"
 #include "util.h"
 
+using fileio_grid::finite3;
+
 namespace {
 
 // Atoms whose bond radius is this large (unknown elements) are tested against every atom.
 constexpr double BIG_RADIUS = 50.0;
 
-bool finite3(const double* f) {
-  return std::isfinite(f[0]) && std::isfinite(f[1]) && std::isfinite(f[2]);
-}
 
 }  // namespace
 

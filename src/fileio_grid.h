@@ -7,6 +7,12 @@
 
 namespace fileio_grid {
 
+// A position with three finite coordinates: only such positions are binned, and a position
+// with a non-finite coordinate never passes a distance test.
+inline bool finite3(const double* v) {
+  return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]);
+}
+
 constexpr int MAX_GRID = 256;
 
 // Periodic grid of fractional positions: cells per axis chosen so that any two positions

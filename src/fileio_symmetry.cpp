@@ -218,8 +218,7 @@ int FileIO::mark_overlapped_atoms(const std::vector<double>& frac,
   std::vector<int> binned;
   double magnitude = 1.0;  // the wrap adds or takes one cell
   for (size_t i = 0; i < total; ++i)
-    if (std::isfinite(frac[3 * i]) && std::isfinite(frac[3 * i + 1]) &&
-        std::isfinite(frac[3 * i + 2])) {
+    if (fileio_grid::finite3(&frac[3 * i])) {
       binned.push_back(static_cast<int>(i));
       for (int k = 0; k < 3; ++k)
         magnitude = std::max(magnitude, 2.0 * std::fabs(frac[3 * i + k]));

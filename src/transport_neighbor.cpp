@@ -15,6 +15,8 @@
 #include "transport.h"
 #include "util.h"
 
+using fileio_grid::finite3;
+
 namespace {
 
 // Squared Cartesian length of the fractional vector d under the lattice L.
@@ -104,13 +106,6 @@ void Transport::search_neighbors_reference(int i, double rc2, std::vector<int>& 
         }
 }
 
-namespace {
-
-bool finite3(const double* v) {
-  return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]);
-}
-
-}  // namespace
 
 void Transport::prepare_bounding_spheres(double rc2) {
   spheres.assign(nmols_uc, BoundingSphere{{0, 0, 0}, 0.0, false, {0, 0, 0}, {}});
