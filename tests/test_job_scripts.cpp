@@ -172,12 +172,13 @@ TEST_F(JobScripts, FatalPaths) {
   // is opened.
   jobs.use("lsf");
   jobs.set_job_scripts_verbose(true);
-  EXPECT_EXIT((std::fflush(stdout), dup2(2, 1),
-               jobs.write_MC_job(missing, 1, 1, "j", "m", "c", ".")),
-              testing::ExitedWithCode(255),
-              testing::Eq("Writing gaussian job LSF script " + missing + ".lsf...\nERROR  "
-                          "transport : job_scripts : line 64 : \nFailed to open output file " +
-                          missing + ".lsf\n"));
+  EXPECT_EXIT(
+      (std::fflush(stdout), dup2(2, 1), jobs.write_MC_job(missing, 1, 1, "j", "m", "c", ".")),
+      testing::ExitedWithCode(255),
+      testing::Eq("Writing gaussian job LSF script " + missing +
+                  ".lsf...\nERROR  "
+                  "transport : job_scripts : line 64 : \nFailed to open output file " +
+                  missing + ".lsf\n"));
 }
 
 // Every family on every back-end, through its dispatcher and through its back-end writer,
@@ -190,149 +191,146 @@ TEST_F(JobScripts, EveryFamilyOnEveryBackendMatchesItsKeptScript) {
   jobs.set_environment_module_kavri_flag(true);
   jobs.set_environment_module_mpich2_gnu_flag(true);
   jobs.set_job_moo_flag(true);
-  const std::string o = "/out";
-  using Write = std::function<void(Jobs&, const std::string&, int)>;
-  const std::vector<std::pair<std::string, Write>> families = {
-      {"siteEner", [&](Jobs& j, const std::string& f, int b) {
-         const std::string c = "kavri_siteenergy";
-         b == 0   ? j.write_calc_siteEner_job_pbs(f, 2, 4, "se", "se.run", c, o)
-         : b == 1 ? j.write_calc_siteEner_job_slurm(f, 2, 4, "se", "se.run", c, o)
-         : b == 2 ? j.write_calc_siteEner_job_lsf(f, 2, 4, "se", "se.run", c, o)
-         : b == 3 ? j.write_calc_siteEner_job_local(f, 2, 4, "se", "se.run", c, o)
-                  : j.write_calc_siteEner_job(f, 2, 4, "se", "se.run", c, o);
-       }},
-      {"MC", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_MC_job_pbs(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 1 ? j.write_MC_job_slurm(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 2 ? j.write_MC_job_lsf(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 3 ? j.write_MC_job_local(f, 2, 4, "j", "j.run", "prog -x", o)
-                  : j.write_MC_job(f, 2, 4, "j", "j.run", "prog -x", o);
-       }},
-      {"ME", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_ME_job_pbs(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 1 ? j.write_ME_job_slurm(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 2 ? j.write_ME_job_lsf(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 3 ? j.write_ME_job_local(f, 2, 4, "j", "j.run", "prog -x", o)
-                  : j.write_ME_job(f, 2, 4, "j", "j.run", "prog -x", o);
-       }},
-      {"mob", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_calc_mob_job_pbs(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 1 ? j.write_calc_mob_job_slurm(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 2 ? j.write_calc_mob_job_lsf(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 3 ? j.write_calc_mob_job_local(f, 2, 4, "j", "j.run", "prog -x", o)
-                  : j.write_calc_mob_job(f, 2, 4, "j", "j.run", "prog -x", o);
-       }},
-      {"getRE", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_calc_getRE_job_pbs(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 1 ? j.write_calc_getRE_job_slurm(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 2 ? j.write_calc_getRE_job_lsf(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 3 ? j.write_calc_getRE_job_local(f, 2, 4, "j", "j.run", "prog -x", o)
-                  : j.write_calc_getRE_job(f, 2, 4, "j", "j.run", "prog -x", o);
-       }},
-      {"gaussianRE", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_gaussian_RE_job_pbs(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 1 ? j.write_gaussian_RE_job_slurm(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 2 ? j.write_gaussian_RE_job_lsf(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 3 ? j.write_gaussian_RE_job_local(f, 2, 4, "j", "j.run", "prog -x", o)
-                  : j.write_gaussian_RE_job(f, 2, 4, "j", "j.run", "prog -x", o);
-       }},
-      {"REmps", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_RE_mps_job_pbs(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 1 ? j.write_RE_mps_job_slurm(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 2 ? j.write_RE_mps_job_lsf(f, 2, 4, "j", "j.run", "prog -x", o)
-         : b == 3 ? j.write_RE_mps_job_local(f, 2, 4, "j", "j.run", "prog -x", o)
-                  : j.write_RE_mps_job(f, 2, 4, "j", "j.run", "prog -x", o);
-       }},
-      {"orcaRE", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_orca_RE_job_pbs(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
-         : b == 1 ? j.write_orca_RE_job_slurm(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
-         : b == 2 ? j.write_orca_RE_job_lsf(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
-         : b == 3 ? j.write_orca_RE_job_local(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
-                  : j.write_orca_RE_job(f, 2, 4, "j", "j.run", "m1", "prog -x", o);
-       }},
-      {"qchemRE", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_qchem_RE_job_pbs(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
-         : b == 1 ? j.write_qchem_RE_job_slurm(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
-         : b == 2 ? j.write_qchem_RE_job_lsf(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
-         : b == 3 ? j.write_qchem_RE_job_local(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
-                  : j.write_qchem_RE_job(f, 2, 4, "j", "j.run", "m1", "prog -x", o);
-       }},
-      {"transint", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_calc_transint_job_pbs(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
-         : b == 1 ? j.write_calc_transint_job_slurm(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
-         : b == 2 ? j.write_calc_transint_job_lsf(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
-         : b == 3 ? j.write_calc_transint_job_local(f, 2, 4, "j", "j.run", "m1", "prog -x", o)
-                  : j.write_calc_transint_job(f, 2, 4, "j", "j.run", "m1", "prog -x", o);
-       }},
-      {"transintArray", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_calc_transint_job_array_pbs(f, 2, 4, "j", "j.run", {3, 7}, 0, "mol", o)
-         : b == 1 ? j.write_calc_transint_job_array_slurm(f, 2, 4, "j", "j.run", {3, 7}, 0, "mol", o)
-         : b == 2 ? j.write_calc_transint_job_array_lsf(f, 2, 4, "j", "j.run", {3, 7}, 0, "mol", o)
-         : b == 3 ? j.write_calc_transint_job_array_local(f, 2, 4, "j", "j.run", {3, 7}, 0, "mol", o)
-                  : j.write_calc_transint_job_array(f, 2, 4, "j", "j.run", {3, 7}, 0, "mol", o);
-       }},
-      {"gaussianHL", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_gaussian_HL_job_pbs(f, 2, 4, "j", "j.run", "mol1", o)
-         : b == 1 ? j.write_gaussian_HL_job_slurm(f, 2, 4, "j", "j.run", "mol1", o)
-         : b == 2 ? j.write_gaussian_HL_job_lsf(f, 2, 4, "j", "j.run", "mol1", o)
-         : b == 3 ? j.write_gaussian_HL_job_local(f, 2, 4, "j", "j.run", "mol1", o)
-                  : j.write_gaussian_HL_job(f, 2, 4, "j", "j.run", "mol1", o);
-       }},
-      {"orcaHL", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_orca_HL_job_pbs(f, 2, 4, "j", "j.run", "mol1", o)
-         : b == 1 ? j.write_orca_HL_job_slurm(f, 2, 4, "j", "j.run", "mol1", o)
-         : b == 2 ? j.write_orca_HL_job_lsf(f, 2, 4, "j", "j.run", "mol1", o)
-         : b == 3 ? j.write_orca_HL_job_local(f, 2, 4, "j", "j.run", "mol1", o)
-                  : j.write_orca_HL_job(f, 2, 4, "j", "j.run", "mol1", o);
-       }},
-      {"qchemHL", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_qchem_HL_job_pbs(f, 2, 4, "j", "j.run", "mol1", o)
-         : b == 1 ? j.write_qchem_HL_job_slurm(f, 2, 4, "j", "j.run", "mol1", o)
-         : b == 2 ? j.write_qchem_HL_job_lsf(f, 2, 4, "j", "j.run", "mol1", o)
-         : b == 3 ? j.write_qchem_HL_job_local(f, 2, 4, "j", "j.run", "mol1", o)
-                  : j.write_qchem_HL_job(f, 2, 4, "j", "j.run", "mol1", o);
-       }},
-      {"gaussianHLArray", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_gaussian_HL_job_array_pbs(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
-         : b == 1 ? j.write_gaussian_HL_job_array_slurm(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
-         : b == 2 ? j.write_gaussian_HL_job_array_lsf(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
-         : b == 3 ? j.write_gaussian_HL_job_array_local(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
-                  : j.write_gaussian_HL_job_array(f, 2, 4, "j", "j.run", {}, 5, "mol", o);
-       }},
-      {"orcaHLArray", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_orca_HL_job_array_pbs(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
-         : b == 1 ? j.write_orca_HL_job_array_slurm(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
-         : b == 2 ? j.write_orca_HL_job_array_lsf(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
-         : b == 3 ? j.write_orca_HL_job_array_local(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
-                  : j.write_orca_HL_job_array(f, 2, 4, "j", "j.run", {}, 5, "mol", o);
-       }},
-      {"qchemHLArray", [&](Jobs& j, const std::string& f, int b) {
-         b == 0   ? j.write_qchem_HL_job_array_pbs(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
-         : b == 1 ? j.write_qchem_HL_job_array_slurm(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
-         : b == 2 ? j.write_qchem_HL_job_array_lsf(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
-         : b == 3 ? j.write_qchem_HL_job_array_local(f, 2, 4, "j", "j.run", {}, 5, "mol", o)
-                  : j.write_qchem_HL_job_array(f, 2, 4, "j", "j.run", {}, 5, "mol", o);
-       }},
+  // Each family's dispatcher, then its PBS, SLURM, LSF and local writers.
+  using J = Jobscript;
+  using Frame7 = void (J::*)(const std::string&, int, int, const std::string&, const std::string&,
+                             const std::string&, const std::string&);
+  using Frame8 = void (J::*)(const std::string&, int, int, const std::string&, const std::string&,
+                             const std::string&, const std::string&, const std::string&);
+  using Array = void (J::*)(const std::string&, int, int, const std::string&, const std::string&,
+                            const std::vector<int>&, int, const std::string&, const std::string&);
+  // One command (or molecule name) after the frame arguments.
+  const struct {
+    const char* name;
+    Frame7 w[5];
+    const char* arg;
+  } sevens[] = {
+      {"siteEner",
+       {&J::write_calc_siteEner_job, &J::write_calc_siteEner_job_pbs,
+        &J::write_calc_siteEner_job_slurm, &J::write_calc_siteEner_job_lsf,
+        &J::write_calc_siteEner_job_local},
+       "kavri_siteenergy"},
+      {"MC",
+       {&J::write_MC_job, &J::write_MC_job_pbs, &J::write_MC_job_slurm, &J::write_MC_job_lsf,
+        &J::write_MC_job_local},
+       "prog -x"},
+      {"ME",
+       {&J::write_ME_job, &J::write_ME_job_pbs, &J::write_ME_job_slurm, &J::write_ME_job_lsf,
+        &J::write_ME_job_local},
+       "prog -x"},
+      {"mob",
+       {&J::write_calc_mob_job, &J::write_calc_mob_job_pbs, &J::write_calc_mob_job_slurm,
+        &J::write_calc_mob_job_lsf, &J::write_calc_mob_job_local},
+       "prog -x"},
+      {"getRE",
+       {&J::write_calc_getRE_job, &J::write_calc_getRE_job_pbs, &J::write_calc_getRE_job_slurm,
+        &J::write_calc_getRE_job_lsf, &J::write_calc_getRE_job_local},
+       "prog -x"},
+      {"gaussianRE",
+       {&J::write_gaussian_RE_job, &J::write_gaussian_RE_job_pbs, &J::write_gaussian_RE_job_slurm,
+        &J::write_gaussian_RE_job_lsf, &J::write_gaussian_RE_job_local},
+       "prog -x"},
+      {"REmps",
+       {&J::write_RE_mps_job, &J::write_RE_mps_job_pbs, &J::write_RE_mps_job_slurm,
+        &J::write_RE_mps_job_lsf, &J::write_RE_mps_job_local},
+       "prog -x"},
+      {"gaussianHL",
+       {&J::write_gaussian_HL_job, &J::write_gaussian_HL_job_pbs, &J::write_gaussian_HL_job_slurm,
+        &J::write_gaussian_HL_job_lsf, &J::write_gaussian_HL_job_local},
+       "mol1"},
+      {"orcaHL",
+       {&J::write_orca_HL_job, &J::write_orca_HL_job_pbs, &J::write_orca_HL_job_slurm,
+        &J::write_orca_HL_job_lsf, &J::write_orca_HL_job_local},
+       "mol1"},
+      {"qchemHL",
+       {&J::write_qchem_HL_job, &J::write_qchem_HL_job_pbs, &J::write_qchem_HL_job_slurm,
+        &J::write_qchem_HL_job_lsf, &J::write_qchem_HL_job_local},
+       "mol1"},
   };
+  // A name (molecule or pair directory), then the command.
+  const struct {
+    const char* name;
+    Frame8 w[5];
+  } eights[] = {
+      {"orcaRE",
+       {&J::write_orca_RE_job, &J::write_orca_RE_job_pbs, &J::write_orca_RE_job_slurm,
+        &J::write_orca_RE_job_lsf, &J::write_orca_RE_job_local}},
+      {"qchemRE",
+       {&J::write_qchem_RE_job, &J::write_qchem_RE_job_pbs, &J::write_qchem_RE_job_slurm,
+        &J::write_qchem_RE_job_lsf, &J::write_qchem_RE_job_local}},
+      {"transint",
+       {&J::write_calc_transint_job, &J::write_calc_transint_job_pbs,
+        &J::write_calc_transint_job_slurm, &J::write_calc_transint_job_lsf,
+        &J::write_calc_transint_job_local}},
+  };
+  // Arrays: the task list or count, then the program or molecule prefix.
+  const struct {
+    const char* name;
+    Array w[5];
+    std::vector<int> tasks;
+    int ntasks;
+  } arrays[] = {
+      {"transintArray",
+       {&J::write_calc_transint_job_array, &J::write_calc_transint_job_array_pbs,
+        &J::write_calc_transint_job_array_slurm, &J::write_calc_transint_job_array_lsf,
+        &J::write_calc_transint_job_array_local},
+       {3, 7},
+       0},
+      {"gaussianHLArray",
+       {&J::write_gaussian_HL_job_array, &J::write_gaussian_HL_job_array_pbs,
+        &J::write_gaussian_HL_job_array_slurm, &J::write_gaussian_HL_job_array_lsf,
+        &J::write_gaussian_HL_job_array_local},
+       {},
+       5},
+      {"orcaHLArray",
+       {&J::write_orca_HL_job_array, &J::write_orca_HL_job_array_pbs,
+        &J::write_orca_HL_job_array_slurm, &J::write_orca_HL_job_array_lsf,
+        &J::write_orca_HL_job_array_local},
+       {},
+       5},
+      {"qchemHLArray",
+       {&J::write_qchem_HL_job_array, &J::write_qchem_HL_job_array_pbs,
+        &J::write_qchem_HL_job_array_slurm, &J::write_qchem_HL_job_array_lsf,
+        &J::write_qchem_HL_job_array_local},
+       {},
+       5},
+  };
+  const std::string o = "/out";
   const char* const types[] = {"pbs", "slurm", "lsf", "local"};
+  // Writes `name` through the dispatcher and through back-end b's writer (write(k): writer k,
+  // 0 the dispatcher), and compares both with the kept script.
+  auto check = [&](const std::string& name, int b,
+                   const std::function<void(int, const std::string&)>& write) {
+    const std::string direct = dir + "/" + name + "_direct", chosen = dir + "/" + name;
+    write(b + 1, direct);
+    write(0, chosen);
+    const std::string ext = std::string(".") + types[b];
+    const std::string text = slurp(chosen + ext);
+    EXPECT_EQ(slurp(direct + ext), text) << name << ext;
+    if (!std::filesystem::exists(kept + name + ext)) {
+      std::filesystem::copy_file(chosen + ext, ::testing::TempDir() + name + ext,
+                                 std::filesystem::copy_options::overwrite_existing);
+      ADD_FAILURE() << "no kept script " << name << ext << "; written to " << ::testing::TempDir();
+      return;
+    }
+    EXPECT_EQ(text, slurp(kept + name + ext)) << name << ext;
+  };
   for (int b = 0; b < 4; ++b) {
     jobs.use(types[b]);
-    for (const auto& [name, write] : families) {
-      const std::string direct = dir + "/" + name + "_direct", chosen = dir + "/" + name;
-      write(jobs, direct, b);
-      write(jobs, chosen, -1);
-      const std::string ext = std::string(".") + types[b];
-      const std::string text = slurp(chosen + ext);
-      EXPECT_EQ(slurp(direct + ext), text) << name << ext;
-      if (!std::filesystem::exists(kept + name + ext)) {
-        std::filesystem::copy_file(chosen + ext, ::testing::TempDir() + name + ext,
-                                   std::filesystem::copy_options::overwrite_existing);
-        ADD_FAILURE() << "no kept script " << name << ext << "; written to "
-                      << ::testing::TempDir();
-        continue;
-      }
-      EXPECT_EQ(text, slurp(kept + name + ext)) << name << ext;
+    for (const auto& f : sevens) {
+      const bool se = std::string(f.name) == "siteEner";
+      check(f.name, b, [&](int k, const std::string& file) {
+        (jobs.*f.w[k])(file, 2, 4, se ? "se" : "j", se ? "se.run" : "j.run", f.arg, o);
+      });
     }
+    for (const auto& f : eights)
+      check(f.name, b, [&](int k, const std::string& file) {
+        (jobs.*f.w[k])(file, 2, 4, "j", "j.run", "m1", "prog -x", o);
+      });
+    for (const auto& f : arrays)
+      check(f.name, b, [&](int k, const std::string& file) {
+        (jobs.*f.w[k])(file, 2, 4, "j", "j.run", f.tasks, f.ntasks, "mol", o);
+      });
   }
 }
 
