@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "lattice.h"
+
 // One record of the element table.
 struct Element {
   char symbol[3];
@@ -61,6 +63,8 @@ class FileIO {
   void convert_latt3x3_to_cell6(double latt[3][3], double cell6[6]);
   void set_cell_lattice(const double abc[3], double alpha, double beta, double gamma);
   const double* get_cell_latt() const { return cell_latt; }
+  // The current cell as a value: parameters, matrix and inverse.
+  Lattice lattice() const;
   void get_cif_lattice_vectors(double a[3], double b[3], double c[3]) const;
   void coord_f2c(double& x, double& y, double& z) const;
   void coord_f2c(const double in[3], double out[3]) const;

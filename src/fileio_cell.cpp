@@ -6,35 +6,24 @@
 #include "util.h"
 
 void FileIO::convert_cell6_to_latt3x3(const double cell6[6], double out[3][3]) {
-  const double a = cell6[0], b = cell6[1], c = cell6[2];
-  const double alpha = KAVRI_PI * cell6[3] / 180.0;
-  const double beta = KAVRI_PI * cell6[4] / 180.0;
-  const double gamma = KAVRI_PI * cell6[5] / 180.0;
-  const double ca = std::cos(alpha), cb = std::cos(beta), cg = std::cos(gamma);
-  const double sg = std::sin(gamma);
-
-  out[0][0] = a;
-  out[0][1] = b * cg;
-  out[0][2] = c * cb;
-  out[1][0] = 0.0;
-  out[1][1] = b * sg;
-  out[1][2] = c * (ca - cb * cg) / sg;
-  out[2][0] = 0.0;
-  out[2][1] = 0.0;
-  out[2][2] = (c / sg) * std::sqrt(1.0 - ca * ca - cb * cb - cg * cg + 2.0 * ca * cb * cg);
-
+  const Lattice l = Lattice::from_parameters(cell6);
   for (int i = 0; i < 3; ++i)
-    for (int j = 0; j < 3; ++j) latt[i][j] = out[i][j];
+    for (int j = 0; j < 3; ++j) {
+      out[i][j] = l.m[i][j];
+      latt[i][j] = l.m[i][j];
+      latt_inv[i][j] = l.inv[i][j];
+    }
+}
 
-  // L is upper triangular: its inverse follows by back substitution.
+Lattice FileIO::lattice() const {
+  Lattice l;
+  for (int k = 0; k < 6; ++k) l.cell[k] = cell_latt[k];
   for (int i = 0; i < 3; ++i)
-    for (int j = 0; j < 3; ++j) latt_inv[i][j] = 0.0;
-  latt_inv[0][0] = 1.0 / latt[0][0];
-  latt_inv[1][1] = 1.0 / latt[1][1];
-  latt_inv[2][2] = 1.0 / latt[2][2];
-  latt_inv[0][1] = -latt[0][1] / (latt[0][0] * latt[1][1]);
-  latt_inv[1][2] = -latt[1][2] / (latt[1][1] * latt[2][2]);
-  latt_inv[0][2] = (latt[0][1] * latt[1][2] / latt[1][1] - latt[0][2]) / (latt[0][0] * latt[2][2]);
+    for (int j = 0; j < 3; ++j) {
+      l.m[i][j] = latt[i][j];
+      l.inv[i][j] = latt_inv[i][j];
+    }
+  return l;
 }
 
 void FileIO::convert_latt3x3_to_cell6(double /*ignored: the stored lattice is used*/[3][3],
@@ -68,15 +57,10 @@ void FileIO::get_cif_lattice_vectors(double a[3], double b[3], double c[3]) cons
   }
 }
 
-static void mul3(const double m[3][3], const double in[3], double out[3]) {
-  const double v0 = in[0], v1 = in[1], v2 = in[2];
-  for (int k = 0; k < 3; ++k) out[k] = m[k][0] * v0 + m[k][1] * v1 + m[k][2] * v2;
-}
-
 // The three-reference form: x, y and z are updated from their values before the call.
 static void mul3_in_place(const double m[3][3], double& px, double& py, double& pz) {
   double v[3] = {px, py, pz};
-  mul3(m, v, v);
+  lattice_product(m, v, v);
   px = v[0];
   py = v[1];
   pz = v[2];
@@ -86,13 +70,15 @@ void FileIO::coord_f2c(double& px, double& py, double& pz) const {
   mul3_in_place(latt, px, py, pz);
 }
 
-void FileIO::coord_f2c(const double in[3], double out[3]) const { mul3(latt, in, out); }
+void FileIO::coord_f2c(const double in[3], double out[3]) const { lattice_product(latt, in, out); }
 
 void FileIO::coord_c2f(double& px, double& py, double& pz) const {
   mul3_in_place(latt_inv, px, py, pz);
 }
 
-void FileIO::coord_c2f(const double in[3], double out[3]) const { mul3(latt_inv, in, out); }
+void FileIO::coord_c2f(const double in[3], double out[3]) const {
+  lattice_product(latt_inv, in, out);
+}
 
 void FileIO::inverse_row_lengths(double row[3]) const {
   for (int k = 0; k < 3; ++k)
