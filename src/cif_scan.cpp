@@ -190,9 +190,11 @@ class AtomRows {
     added_ = true;
   }
 
-  // The last row's texts, kept once the rows have ended.
+  // The last row's texts, kept once the rows have ended; the lists kept at their size.
   void finish() {
     if (added_) atoms_.last_row = joined(last_);
+    atoms_.positions.shrink_to_fit();
+    atoms_.symbol.shrink_to_fit();
   }
 
  private:

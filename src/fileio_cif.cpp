@@ -36,10 +36,16 @@ void FileIO::read_data_cif(const char* file_name, bool verbose) {
     text.resize(static_cast<size_t>(in.gcount()));
   }
   in.close();
-  read_data_cif_text(text, file_name, verbose);
+  CifScan scan = scan_cif_text(text, file_name, verbose);
+  std::string().swap(text);  // the text is not needed past the scan
+  load_cif_scan(std::move(scan), file_name, verbose);
 }
 
 void FileIO::read_data_cif_text(std::string_view text, const std::string& file_name, bool verbose) {
+  load_cif_scan(scan_cif_text(text, file_name, verbose), file_name, verbose);
+}
+
+CifScan FileIO::scan_cif_text(std::string_view text, const std::string& file_name, bool verbose) {
   cif_file = file_name;
   if (verbose) std::printf("Reading crystal file \"%s\"... ", file_name.c_str());
 
@@ -53,7 +59,10 @@ void FileIO::read_data_cif_text(std::string_view text, const std::string& file_n
   earlier.operations = std::move(symm_ops);
   earlier.atoms = std::move(cif_atoms);
   earlier.bonds = std::move(cif_bonds);
-  CifScan scan = scan_cif(text, std::move(earlier));
+  return scan_cif(text, std::move(earlier));
+}
+
+void FileIO::load_cif_scan(CifScan scan, const std::string& file_name, bool verbose) {
   identifier = std::move(scan.identifier);
   chemical_name = std::move(scan.chemical_name);
   spacegroup_name = std::move(scan.spacegroup_name);
