@@ -232,6 +232,10 @@ class FileIO {
   int v3000_slot = -1;
 
  private:
+  // The two halves of a crystal read: the scan of the file's text on top of what an earlier
+  // read left, then the fields, the report, the atom arrays, the expansion and the partition.
+  CifScan scan_cif_text(std::string_view text, const std::string& file_name, bool verbose);
+  void load_cif_scan(CifScan scan, const std::string& file_name, bool verbose);
   // Cartesian length of a fractional displacement and the bond test of two radii.
   bool bonded(const double d[3], double ri, double rj, double& dist) const;
   // MOL reader: whether a slot index is valid for all four molecule arrays, and the V3000
@@ -239,10 +243,6 @@ class FileIO {
   bool mol_slot_ok(int slot) const;
   bool read_v3000_blocks(std::istream& in, int slot, bool verbose, int depth);
   void print_partition(bool verbose) const;
-  // The two halves of a crystal read: the scan of the file's text on top of what an earlier
-  // read left, then the fields, the report, the atom arrays, the expansion and the partition.
-  CifScan scan_cif_text(std::string_view text, const std::string& file_name, bool verbose);
-  void load_cif_scan(CifScan scan, const std::string& file_name, bool verbose);
   // Whole molecules: radii, growth from atom 0 (fast and reference; both return the number of
   // atoms placed and move atoms to the bonded images), then the warning, centre and shift.
   std::vector<double> whole_molecule_radii(int natoms, const int* types) const;
