@@ -46,7 +46,7 @@ std::string trim_quotes(Line s) {
 double leading_double(Line s) {
   char buf[64];
   if (s.size() < sizeof buf) {
-    std::memcpy(buf, s.data(), s.size());
+    if (!s.empty()) std::memcpy(buf, s.data(), s.size());
     buf[s.size()] = '\0';
     return std::strtod(buf, nullptr);
   }
