@@ -9,7 +9,6 @@
 #include <set>
 #include <tuple>
 
-#include "fileio.h"
 #include "util.h"
 
 namespace {
@@ -122,18 +121,12 @@ Warnings check_occupancy(const CifNotes& notes) {
 }
 
 Warnings check_unknown_elements(const CrystalModel& m) {
-  std::set<std::string> unknown;
-  const FileIO lookup;
-  for (const std::string& s : m.atom_symbols) {
-    const int z = lookup.find_element_index_from_name(s.c_str());
-    if (z < 1) unknown.insert(s);
-  }
   int count = 0;
   for (const CrystalMolecule& mol : m.molecules)
     for (int t : mol.types) count += t < 1;
-  if (unknown.empty() && count == 0) return {};
+  if (m.unknown_symbols.empty() && count == 0) return {};
   std::string list;
-  for (const std::string& s : unknown) list += " " + s;
+  for (const std::string& s : m.unknown_symbols) list += " " + s;
   return {warning({format_string("%d atom(s) of the cell have an unknown element symbol%s%s.",
                                  count, list.empty() ? "" : ":", list.c_str()),
                    "Such an atom bonds to every atom in reach; write the element symbol "
@@ -141,10 +134,7 @@ Warnings check_unknown_elements(const CrystalModel& m) {
 }
 
 Warnings check_unread_coordinates(const CrystalModel& m) {
-  int count = 0;
-  for (size_t i = 0; i < m.atom_fx.size(); ++i)
-    for (const std::string* t : {&m.atom_fx[i], &m.atom_fy[i], &m.atom_fz[i]})
-      count += *t == "?" || *t == ".";
+  const int count = m.unread_coordinates;
   if (!count) return {};
   return {warning({format_string("%d fractional coordinate(s) are written as ? or . and are "
                                  "read as 0.", count),

@@ -3,6 +3,7 @@
 // neighbour list, then a copy of what they made as plain values with each pair's closest contact.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -65,15 +66,15 @@ void CrystalLoader::move_into(CrystalModel& m) {
     for (int c = 0; c < 3; ++c) m.latt[r][c] = latt[r][c];
   m.spacegroup = spacegroup_name;
   m.operations = symm_ops;
-  m.atoms_in_file = static_cast<int>(atom_labels.size());
+  m.atoms_in_file = static_cast<int>(cif_atoms.size());
   m.expanded = m.from_cif && !iequals(spacegroup_name, "P1");
   m.atoms_generated =
       m.expanded ? m.atoms_in_file * static_cast<int>(symm_ops.size()) : m.atoms_in_file;
   m.atoms_in_cell = m.from_cif ? natoms_cif : natoms_total;
-  m.atom_symbols = std::move(atom_symbols);
-  m.atom_fx = std::move(atom_fx);
-  m.atom_fy = std::move(atom_fy);
-  m.atom_fz = std::move(atom_fz);
+  for (const std::string& s : cif_atoms.symbols)
+    if (find_element_index_from_name(s.c_str()) < 1) m.unknown_symbols.push_back(s);
+  std::sort(m.unknown_symbols.begin(), m.unknown_symbols.end());
+  m.unread_coordinates = cif_atoms.unread_coordinates;
   m.cutoff = lattice_cutoff;
   for (int k = 0; k < 3; ++k) m.scell[k] = neighbor_scell[k];
   m.bond_scale = bond_dis_scale;

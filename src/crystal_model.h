@@ -55,8 +55,8 @@ struct CrystalModel {
   int atoms_in_file = 0;           // atom-site rows read
   int atoms_generated = 0;         // candidates of the expansion (rows x operations)
   int atoms_in_cell = 0;           // after duplicate removal
-  std::vector<std::string> atom_symbols;                   // type symbols as read
-  std::vector<std::string> atom_fx, atom_fy, atom_fz;      // coordinate texts as read
+  std::vector<std::string> unknown_symbols;  // type symbols as read that name no element, sorted
+  int unread_coordinates = 0;                // coordinate texts written as ? or .
   double cutoff = 0.0;
   int scell[3] = {0, 0, 0};
   double bond_scale = 0.0;

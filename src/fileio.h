@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cif_scan.h"
 #include "lattice.h"
 
 // One record of the element table.
@@ -86,9 +87,8 @@ class FileIO {
   void read_data_cif_text(std::string_view text, const std::string& file_name, bool verbose);
   void ParseTransformString(const std::string& op, double R[3][3], double t[3]) const;
   void make_spacegroup_P1(int fractional_flag);
-  // Marks the candidates that coincide with an earlier kept one (squared fractional distance
-  // under 0.0001 after the minimum-image shift); returns how many were marked. The fast path
-  // bins positions in a periodic grid; the reference is the plain pairwise scan.
+  // Marks the candidates that coincide with an earlier kept one (mark_overlaps and its
+  // reference in p1_expansion.h, printing the pairs when the debug flag is set).
   int mark_overlapped_atoms(const std::vector<double>& frac, std::vector<char>& removed) const;
   int mark_overlapped_atoms_reference(const std::vector<double>& frac,
                                       std::vector<char>& removed) const;
@@ -176,8 +176,8 @@ class FileIO {
   std::string chemical_name;
   std::string spacegroup_name;
   std::vector<std::string> symm_ops;
-  std::vector<std::string> atom_labels, atom_symbols, atom_fx, atom_fy, atom_fz;
-  std::vector<std::string> bond_label1, bond_label2, bond_distance, bond_symm2, bond_type;
+  CifAtoms cif_atoms;  // the atom-site rows of the asymmetric unit as read
+  CifBonds cif_bonds;  // the bond-table rows as read
   std::string cif_file;
   int natoms_cif = 0;
   std::vector<int> atypes;      // element index per atom of the cell
@@ -232,10 +232,10 @@ class FileIO {
   int v3000_slot = -1;
 
  private:
-  // Scans one loop of a CIF file from its first header line; returns the line at which the
-  // main scan goes on. Sets `atoms_read` when the atom-site loop has ended the scan.
-  size_t scan_cif_loop(const std::vector<std::string_view>& lines, size_t first,
-                       bool& atoms_read);
+  // The two halves of a crystal read: the scan of the file's text on top of what an earlier
+  // read left, then the fields, the report, the atom arrays, the expansion and the partition.
+  CifScan scan_cif_text(std::string_view text, const std::string& file_name, bool verbose);
+  void load_cif_scan(CifScan scan, const std::string& file_name, bool verbose);
   // Cartesian length of a fractional displacement and the bond test of two radii.
   bool bonded(const double d[3], double ri, double rj, double& dist) const;
   // MOL reader: whether a slot index is valid for all four molecule arrays, and the V3000
@@ -263,5 +263,4 @@ class FileIO {
                                   const int* joined) const;
   void finish_whole_molecule(int mol_number, int natoms, const int* types, double* fx,
                              int nbonded, bool verbose) const;
-  void print_overlap(size_t i, size_t j, const std::vector<double>& frac) const;
 };

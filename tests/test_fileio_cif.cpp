@@ -1,5 +1,5 @@
-// The CIF scanner, the molecule partition and whole molecules, on real crystal files
-// (tests/data/crystals, sources in SOURCES.md there) and on small hand-written files.
+// The CIF scanner, the crystal read and the molecules it yields, on real crystal files
+// (tests/data/crystals, sources in SOURCES.md there) and on small hand-written texts.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -11,31 +11,14 @@
 #include <string>
 #include <vector>
 
+#include "cif_scan.h"
+#include "crystal_model.h"
 #include "fileio.h"
 #include "test_support.h"
 #include "util.h"
 #include "util_text_reads.h"
 
 namespace {
-
-class CifProbe : public FileIO {
- public:
-  using FileIO::cell_latt;
-  using FileIO::cif_mol_atoms;
-  using FileIO::cif_mol_natoms;
-  using FileIO::identifier;
-  using FileIO::latt;
-  using FileIO::mol_atypes;
-  using FileIO::mol_natoms;
-  using FileIO::mol_x;
-  using FileIO::mol_x_s;
-  using FileIO::nmols;
-  using FileIO::spacegroup_name;
-  using FileIO::mol_file_names;
-  using FileIO::struct_source;
-  using FileIO::symm_ops;
-  using FileIO::x_s;
-};
 
 std::string crystal(const char* name) {
   return std::string(KAVRI_TEST_DATA) + "/crystals/" + name;
@@ -50,11 +33,19 @@ std::string temp_cif(const std::string& text) {
   return name;
 }
 
-// Loads a CIF file quietly; returns what it printed.
-std::string load(CifProbe& io, const std::string& path, bool verbose = false) {
+// Reads a crystal text into `io`; returns what it printed.
+std::string read_text(FileIO& io, const std::string& text, bool verbose = false) {
   testing::internal::CaptureStdout();
-  io.read_data_cif(path.c_str(), verbose);
+  io.read_data_cif_text(text, "t.cif", verbose);
   return testing::internal::GetCapturedStdout();
+}
+
+// The utility's loading stages on a crystal or MOL file, as kavri_crystal runs them.
+CrystalModel load(const std::string& cif, const std::vector<std::string>& mols = {}) {
+  CrystalRequest r;
+  r.cif = cif;
+  r.mols = mols;
+  return load_crystal(r);
 }
 
 const char* kCellHead =
@@ -90,42 +81,43 @@ TEST(CifRealFiles, AtomAndMoleculeCounts) {
       {"c22h14_aheyui_p1.cif", 0, {}},
   };
   for (const Case& c : cases) {
-    CifProbe io;
-    load(io, crystal(c.file));
+    FileIO io;
+    testing::internal::CaptureStdout();
+    io.read_data_cif(crystal(c.file).c_str(), false);
+    testing::internal::GetCapturedStdout();
     EXPECT_EQ(io.get_cif_natoms(), c.natoms) << c.file;
-    EXPECT_EQ(io.cif_mol_natoms, c.sizes) << c.file;
+    EXPECT_EQ(io.get_cif_mol_sizes(), c.sizes) << c.file;
   }
 }
 
 // After loading, every molecule is whole (each atom bonds to one placed before it with the
 // whole-molecule radii) and its centre of mass lies in the home cell.
 TEST(CifRealFiles, MoleculesComeOutWhole) {
+  const FileIO table;
   for (const char* file : {"anthracene.cif", "hexachlorobenzene.cif", "tipge_pentacene_pbca.cif",
                            "tribenzylmethanol_crlf.cif"}) {
-    CifProbe io;
-    load(io, crystal(file));
-    io.struct_source = 2;
     testing::internal::CaptureStdout();
-    io.read_crystal_strcuture_files(false, false);
+    const CrystalModel model = load(crystal(file));
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << file;
-    for (int m = 0; m < io.nmols; ++m) {
-      const int n = io.mol_natoms[m];
+    for (size_t m = 0; m < model.molecules.size(); ++m) {
+      const CrystalMolecule& mol = model.molecules[m];
+      const size_t n = mol.types.size();
       double mass = 0, com[3] = {0, 0, 0};
-      for (int i = 0; i < n; ++i) {
-        const double w = io.find_element_mass_from_index(io.mol_atypes[m][i]);
+      for (size_t i = 0; i < n; ++i) {
+        const double w = table.find_element_mass_from_index(mol.types[i]);
         mass += w;
-        for (int k = 0; k < 3; ++k) com[k] += w * io.mol_x_s[m][3 * i + k];
+        for (int k = 0; k < 3; ++k) com[k] += w * mol.frac[3 * i + k];
         if (i == 0) continue;
         double best = 1e30;
-        for (int j = 0; j < n; ++j) {
+        for (size_t j = 0; j < n; ++j) {
           if (j == i) continue;
           double d2 = 0;
           for (int k = 0; k < 3; ++k) {
-            const double d = io.mol_x[m][3 * i + k] - io.mol_x[m][3 * j + k];
+            const double d = mol.cart[3 * i + k] - mol.cart[3 * j + k];
             d2 += d * d;
           }
-          const double r = (io.find_element_radius_from_index(io.mol_atypes[m][i]) +
-                            io.find_element_radius_from_index(io.mol_atypes[m][j])) *
+          const double r = (table.find_element_radius_from_index(mol.types[i]) +
+                            table.find_element_radius_from_index(mol.types[j])) *
                            1.15;
           best = std::min(best, std::sqrt(d2) - r);
         }
@@ -140,36 +132,68 @@ TEST(CifRealFiles, MoleculesComeOutWhole) {
   }
 }
 
-TEST(CifScanner, VerboseReportAndTagValues) {
-  CifProbe io;
+TEST(CifScanner, TagValuesAndAtomRows) {
   const std::string text = std::string("DATA_first\n") +
                            "_symmetry_space_group_name_H-M   'P 1'\n"
                            "_cell_length_a 14.4312(12)\n"
                            "_cell_length_b\t7.5\n"   // a tab alone gives an empty value
                            "_cell_length_c ?\n"
                            "_cell_angle_alpha 90\n_cell_angle_beta   95.5(3)\n_cell_angle_gamma 90\n"
+                           "_space_group_IT_number 14x\n"
                            "_chemical_name_common ' some name '\n" +
-                           kAtomLoop + "C1 C 0.1(2) 0.2 0.3\nCl2 CL 0.5 0.5 0.5\n";
-  const std::string out = load(io, temp_cif(text), true);
-  EXPECT_EQ(io.identifier, "first");
-  EXPECT_EQ(io.spacegroup_name, "P 1");  // quotes removed by the expansion, blank kept
-  EXPECT_EQ(io.cell_latt[0], 14.4312);
-  EXPECT_EQ(io.cell_latt[1], 0.0);
-  EXPECT_EQ(io.cell_latt[2], 0.0);
-  EXPECT_EQ(io.cell_latt[4], 95.5);
-  EXPECT_NE(out.find("  Identifier: first\n  Spacegroup name: 'P 1'\n  Spacegroup operations: \n"
+                           kAtomLoop +
+                           "C1 C 0.1(2) 0.2 0.3\nCl2 CL 0.5 ? .\nC3 C -.25e0 1e-1 .5\n";
+  const CifScan scan = scan_cif(text);
+  EXPECT_EQ(scan.identifier, "first");
+  EXPECT_EQ(scan.chemical_name, "some name");
+  EXPECT_EQ(scan.spacegroup_name, "'P 1'");  // trimmed of blanks only
+  EXPECT_EQ(scan.spacegroup_number, 14);
+  EXPECT_EQ(std::vector<double>(scan.cell, scan.cell + 6),
+            (std::vector<double>{14.4312, 0.0, 0.0, 90.0, 95.5, 90.0}));
+  // Rows as numbers (each conversion stops where its text ends), each symbol text kept once.
+  ASSERT_EQ(scan.atoms.size(), 3u);
+  EXPECT_EQ(scan.atoms.positions[0][0], 0.1);
+  EXPECT_EQ(scan.atoms.positions[1][1], 0.0);
+  EXPECT_EQ(scan.atoms.positions[2][0], -0.25);
+  EXPECT_EQ(scan.atoms.positions[2][2], 0.5);
+  EXPECT_EQ(scan.atoms.symbols, (std::vector<std::string>{"C", "CL"}));
+  EXPECT_EQ(scan.atoms.symbol_text(2), "C");
+  EXPECT_EQ(scan.atoms.first_row, "C1 C 0.1(2) 0.2 0.3");
+  EXPECT_EQ(scan.atoms.last_row, "C3 C -.25e0 1e-1 .5");
+  EXPECT_EQ(scan.atoms.unread_coordinates, 2);
+
+  // The object's read reports the same, and with 'P 1' expands by the (empty) operation list.
+  FileIO io;
+  const std::string out = read_text(io, text, true);
+  EXPECT_NE(out.find("Reading crystal file \"t.cif\"...   Identifier: first\n"
+                     "  Spacegroup name: 'P 1'\n  Spacegroup operations: \n"
                      "  Cell lattice a = 14.4312\n"),
-            std::string::npos);
+            std::string::npos)
+      << out;
   EXPECT_NE(out.find("  Cell lattice beta  = 95.5\n"), std::string::npos);
-  EXPECT_NE(out.find("  natoms_cif = 2\n  First atom: C1 C 0.1(2) 0.2 0.3\n  ...\n"
-                     "  Last  atom: Cl2 CL 0.5 0.5 0.5\n"),
+  EXPECT_NE(out.find("  natoms_cif = 3\n  First atom: C1 C 0.1(2) 0.2 0.3\n  ...\n"
+                     "  Last  atom: C3 C -.25e0 1e-1 .5\n"),
             std::string::npos);
-  // 'P 1' is expanded with its (empty) operation list: the cell ends up empty.
   EXPECT_EQ(io.get_cif_natoms(), 0);
+  EXPECT_EQ(io.get_cif_atom_symbol(1), "CL");
+  EXPECT_EQ(io.get_cif_atom_symbol(3), "");
+
+  // A second read goes on from the first: tags found replace, the rest stays, lists grow.
+  const CifScan again = scan_cif("_cell_length_b 3\nloop_\n_symmetry_equiv_pos_as_xyz\nx,y,z\n\n" +
+                                     std::string(kAtomLoop) + "H1 H 0 0 0\n",
+                                 scan);
+  EXPECT_EQ(again.identifier, "first");
+  EXPECT_EQ(again.cell[0], 14.4312);
+  EXPECT_EQ(again.cell[1], 3.0);
+  EXPECT_EQ(again.operations, std::vector<std::string>{"x,y,z"});
+  EXPECT_EQ(again.atoms.size(), 4u);
+  EXPECT_EQ(again.atoms.symbol_text(3), "H");
+  EXPECT_EQ(again.atoms.first_row, scan.atoms.first_row);
+  EXPECT_EQ(again.atoms.last_row, "H1 H 0 0 0");
+  EXPECT_EQ(again.atoms.unread_coordinates, 2);
 }
 
 TEST(CifScanner, SymmetryLoopsIdColumnsQuotesAndIndentedHeaders) {
-  CifProbe io;
   const std::string text = std::string(kCellHead) +
                            "loop_\n"
                            "  _space_group_symop_id\n"
@@ -179,83 +203,95 @@ TEST(CifScanner, SymmetryLoopsIdColumnsQuotesAndIndentedHeaders) {
                            " 3\n"  // no blank: the previous operation is repeated
                            "_symmetry_space_group_name_H-M 'P 21/c'\n" +  // ends the loop, still read
                            kAtomLoop + "C1 C 0.1 0.2 0.3\n";
-  load(io, temp_cif(text));
+  const CifScan scan = scan_cif(text);
   const std::vector<std::string> ops = {"x, y, z", "-x,y+1/2,-z+1/2", "-x,y+1/2,-z+1/2"};
-  EXPECT_EQ(io.symm_ops, ops);
-  EXPECT_EQ(io.spacegroup_name, "P 21/c");
+  EXPECT_EQ(scan.operations, ops);
+  EXPECT_EQ(scan.spacegroup_name, "'P 21/c'");
+  FileIO io;
+  read_text(io, text);
   EXPECT_EQ(io.get_cif_natoms(), 2);  // the repeated operation's image is a duplicate
   EXPECT_EQ(io.get_cif_atom_symbol(0), "C");
   EXPECT_EQ(io.get_cif_atypes()[1], 6);
+
+  // The group name keeps its blank once the expansion has taken off the quotes.
+  const std::string path = temp_cif(text);
+  EXPECT_EQ(load(path).spacegroup, "P 21/c");
+  std::remove(path.c_str());
 }
 
 TEST(CifScanner, AtomLoopEndsTheScan) {
   // Rows end at an empty line; the cell tag after it is never read.
-  CifProbe io;
-  load(io, temp_cif(std::string("data_x\n_symmetry_space_group_name_H-M P1\n") + kAtomLoop +
-                    "C1 C1 0.1 0.2 0.3\nO1 O 0.2 0.2 0.3 extra\n\n_cell_length_a 5\n"));
-  EXPECT_EQ(io.cell_latt[0], 0.0);
+  const std::string text = std::string("data_x\n_symmetry_space_group_name_H-M P1\n") + kAtomLoop +
+                           "C1 C1 0.1 0.2 0.3\nO1 O 0.2 0.2 0.3 extra\n\n_cell_length_a 5\n";
+  EXPECT_EQ(scan_cif(text).cell[0], 0.0);
+  FileIO io;
+  read_text(io, text);
   EXPECT_EQ(io.get_cif_natoms(), 2);
   EXPECT_EQ(io.get_cif_atypes()[0], -1);  // "C1" is not an element symbol
   EXPECT_EQ(io.get_cif_atypes()[1], 8);
 
   // An anisotropic loop counts as an atom-site loop without the required columns: skipped.
-  CifProbe aniso;
-  load(aniso, temp_cif(std::string(kCellHead) +
-                       "_symmetry_space_group_name_H-M P1\n"
-                       "loop_\n_atom_site_aniso_label\n_atom_site_aniso_U_11\nC1 0.01\n" +
-                       kAtomLoop + "C1 C 0.1 0.2 0.3\n"));
-  EXPECT_EQ(aniso.get_cif_natoms(), 1);
+  const CifScan aniso = scan_cif(std::string(kCellHead) +
+                                 "loop_\n_atom_site_aniso_label\n_atom_site_aniso_U_11\nC1 0.01\n" +
+                                 kAtomLoop + "C1 C 0.1 0.2 0.3\n");
+  EXPECT_EQ(aniso.atoms.size(), 1u);
 }
 
-// Loads `path` in a death-test child with standard output sent to the error stream, so the
+// Runs `f` in a death-test child with standard output sent to the error stream, so the
 // header and the message can both be matched.
-void load_to_stderr(const std::string& path) {
+template <class F>
+void to_stderr(F f) {
   dup2(STDERR_FILENO, STDOUT_FILENO);
-  CifProbe io;
-  io.read_data_cif(path.c_str(), false);
+  f();
 }
 
 TEST(CifScannerDeath, ShortRowsAndMissingFiles) {
-  // A tag line right after the atom rows is taken as a row.
-  const std::string tag_after_atoms = temp_cif(std::string(kCellHead) + kAtomLoop +
-                                               "C1 C 0.1 0.2 0.3\n_cell_volume 1000\n");
-  EXPECT_EXIT(load_to_stderr(tag_after_atoms), testing::ExitedWithCode(255),
-              "\nERROR  transport : fileio : line 3279 : \nNot enough columns: _cell_volume 1000\n"
-              "At least 5 columns are expected!");
+  const auto scan = [](const std::string& text) { to_stderr([&] { scan_cif(text); }); };
+  // A tag line right after the atom rows is taken as a row, after the read has said so.
+  const std::string tag_after_atoms =
+      std::string(kCellHead) + kAtomLoop + "C1 C 0.1 0.2 0.3\n_cell_volume 1000\n";
+  EXPECT_EXIT(to_stderr([&] {
+                FileIO io;
+                io.read_data_cif_text(tag_after_atoms, "t.cif", true);
+              }),
+              testing::ExitedWithCode(255),
+              "Reading crystal file \"t.cif\"... \nERROR  transport : fileio : line 3279 : \n"
+              "Not enough columns: _cell_volume 1000\nAt least 5 columns are expected!\n");
 
   // Five tokens are not enough when the coordinates stand in later columns.
-  const std::string wide = temp_cif(std::string(kCellHead) +
-                                    "loop_\n_atom_site_label\n_atom_site_occupancy\n"
-                                    "_atom_site_U_iso_or_equiv\n_atom_site_adp_type\n"
-                                    "_atom_site_B_iso_or_equiv\n_atom_site_type_symbol\n"
-                                    "_atom_site_fract_x\n_atom_site_fract_y\n_atom_site_fract_z\n"
-                                    "C1 1 0.01 Uiso 1 C\n");
-  EXPECT_EXIT(load_to_stderr(wide), testing::ExitedWithCode(255), "At least 9 columns");
+  EXPECT_EXIT(scan(std::string(kCellHead) +
+                   "loop_\n_atom_site_label\n_atom_site_occupancy\n"
+                   "_atom_site_U_iso_or_equiv\n_atom_site_adp_type\n"
+                   "_atom_site_B_iso_or_equiv\n_atom_site_type_symbol\n"
+                   "_atom_site_fract_x\n_atom_site_fract_y\n_atom_site_fract_z\n"
+                   "C1 1 0.01 Uiso 1 C\n"),
+              testing::ExitedWithCode(255), "At least 9 columns");
 
   // In that wide loop a tag line after the rows (two tokens) is still short of five.
-  const std::string wide_tag = temp_cif(std::string(kCellHead) +
-                                        "loop_\n_atom_site_label\n_atom_site_occupancy\n"
-                                        "_atom_site_type_symbol\n"
-                                        "_atom_site_fract_x\n_atom_site_fract_y\n_atom_site_fract_z\n"
-                                        "C1 1 C 0.1 0.2 0.3\n_refine_ls_R_factor 0.05\n");
-  EXPECT_EXIT(load_to_stderr(wide_tag), testing::ExitedWithCode(255),
+  EXPECT_EXIT(scan(std::string(kCellHead) +
+                   "loop_\n_atom_site_label\n_atom_site_occupancy\n"
+                   "_atom_site_type_symbol\n"
+                   "_atom_site_fract_x\n_atom_site_fract_y\n_atom_site_fract_z\n"
+                   "C1 1 C 0.1 0.2 0.3\n_refine_ls_R_factor 0.05\n"),
+              testing::ExitedWithCode(255),
               "Not enough columns: _refine_ls_R_factor 0.05\nAt least 5 columns are expected!");
 
   // In a bond loop every row up to the next loop_ is data, an empty one included. (A loop
   // whose first header is _geom_bond_atom_site_label_1 counts as an atom-site loop.)
-  const std::string bond = temp_cif(std::string(kCellHead) +
-                                    "loop_\n_geom_bond_distance\n_geom_bond_atom_site_label_1\n"
-                                    "_geom_bond_atom_site_label_2\n"
-                                    "_geom_bond_site_symmetry_2\n_ccdc_geom_bond_type\n"
-                                    "C1 C2 1.5 . S\n\n");
-  EXPECT_EXIT(load_to_stderr(bond), testing::ExitedWithCode(255), "line 3530 : \nNot enough columns");
+  EXPECT_EXIT(scan(std::string(kCellHead) +
+                   "loop_\n_geom_bond_distance\n_geom_bond_atom_site_label_1\n"
+                   "_geom_bond_atom_site_label_2\n"
+                   "_geom_bond_site_symmetry_2\n_ccdc_geom_bond_type\n"
+                   "C1 C2 1.5 . S\n\n"),
+              testing::ExitedWithCode(255), "line 3530 : \nNot enough columns");
 
-  EXPECT_EXIT(load_to_stderr("/nonexistent/none.cif"), testing::ExitedWithCode(255),
+  EXPECT_EXIT(to_stderr([] { FileIO().read_data_cif("/nonexistent/none.cif", false); }),
+              testing::ExitedWithCode(255),
               "fileio .*Failed to open input file \"/nonexistent/none.cif\"");
 }
 
 TEST(WholeMolecules, BondsAcrossFacesAndCentreShift) {
-  CifProbe io;
+  FileIO io;
   const double cell[6] = {10.0, 10.0, 10.0, 90.0, 90.0, 90.0};
   double L[3][3];
   io.convert_cell6_to_latt3x3(cell, L);
@@ -288,34 +324,18 @@ TEST(WholeMolecules, BondsAcrossFacesAndCentreShift) {
 TEST(LoadingDeath, MoleculesOfUnknownElementsOnly) {
   const std::string head = std::string(kCellHead) + "_symmetry_space_group_name_H-M P1\n" +
                            kAtomLoop;
-  const auto load_cell = [](const std::string& path) {
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-    CifProbe io;
-    io.read_data_cif(path.c_str(), false);
-    io.struct_source = 2;
-    io.read_crystal_strcuture_files(false, false);
-  };
   const std::string unknown = temp_cif(head + "X1 Xx 0.1 0.1 0.1\nX2 Qq 0.2 0.1 0.1\n");
-  EXPECT_EXIT(load_cell(unknown), testing::ExitedWithCode(255),
+  EXPECT_EXIT(to_stderr([&] { load(unknown); }), testing::ExitedWithCode(255),
               "line 4641 : \nNo atom of molecule 1 of crystal file \"" + unknown +
                   "\" has a known element symbol \\(2 atoms\\)\n");
-  CifProbe mixed;
-  load(mixed, temp_cif(head + "C1 C 0.1 0.1 0.1\nX1 Xx 0.2 0.1 0.1\n"));
-  mixed.struct_source = 2;
-  mixed.read_crystal_strcuture_files(false, false);
-  ASSERT_EQ(mixed.nmols, 1);
-  EXPECT_EQ(mixed.mol_atypes[0], (std::vector<int>{6, -1}));
+  const CrystalModel mixed = load(temp_cif(head + "C1 C 0.1 0.1 0.1\nX1 Xx 0.2 0.1 0.1\n"));
+  ASSERT_EQ(mixed.molecules.size(), 1u);
+  EXPECT_EQ(mixed.molecules[0].types, (std::vector<int>{6, -1}));
+  EXPECT_EQ(mixed.unknown_symbols, std::vector<std::string>{"Xx"});
 
   // The same for a molecule from a MOL file, as a MOL format error.
   const std::string mol = temp_cif("t\np\n\n  1  0\n    0.0000    0.0000    0.0000 Xx\n");
-  const auto load_mol = [&mol]() {
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-    CifProbe io;
-    io.mol_file_names = {mol};
-    io.struct_source = 1;
-    io.read_crystal_strcuture_files(false, false);
-  };
-  EXPECT_EXIT(load_mol(), testing::ExitedWithCode(1),
+  EXPECT_EXIT(to_stderr([&] { load("", {mol}); }), testing::ExitedWithCode(1),
               "line 4652 : \nWARNING: Problems reading a MDL file\n         No atom of molecule 1 "
               "in \"" + mol + "\" has a known element symbol \\(1 atoms\\)\n");
 }
@@ -346,25 +366,25 @@ TEST(CifText, ReadsAsTheFileReaderDoes) {
   for (const std::string& text : texts) {
     SCOPED_TRACE(text.substr(0, 60));
     const std::string path = temp_cif(text);
-    CifProbe from_file, from_text;
-    const std::string printed_file = load(from_file, path, true);
+    FileIO from_file, from_text;
+    testing::internal::CaptureStdout();
+    from_file.read_data_cif(path.c_str(), true);
+    const std::string printed_file = testing::internal::GetCapturedStdout();
     testing::internal::CaptureStdout();
     from_text.read_data_cif_text(text, path, true);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), printed_file);
     std::remove(path.c_str());
-    EXPECT_EQ(from_text.identifier, from_file.identifier);
-    EXPECT_EQ(from_text.symm_ops, from_file.symm_ops);
-    EXPECT_EQ(std::vector<double>(from_text.cell_latt, from_text.cell_latt + 6),
-              std::vector<double>(from_file.cell_latt, from_file.cell_latt + 6));
-    EXPECT_EQ(from_text.x_s, from_file.x_s);
-    EXPECT_EQ(from_text.cif_mol_natoms, from_file.cif_mol_natoms);
+    EXPECT_EQ(from_text.get_identifier(), from_file.get_identifier());
+    EXPECT_EQ(std::vector<double>(from_text.get_cell_latt(), from_text.get_cell_latt() + 6),
+              std::vector<double>(from_file.get_cell_latt(), from_file.get_cell_latt() + 6));
+    const int n = from_file.get_cif_natoms();
+    ASSERT_EQ(from_text.get_cif_natoms(), n);
+    EXPECT_EQ(std::vector<double>(from_text.get_cif_x_s(), from_text.get_cif_x_s() + 3 * n),
+              std::vector<double>(from_file.get_cif_x_s(), from_file.get_cif_x_s() + 3 * n));
+    EXPECT_EQ(from_text.get_cif_mol_sizes(), from_file.get_cif_mol_sizes());
   }
   // The vertical tab is the whole value: a = 0, not the 12.5 of the next line.
-  CifProbe v;
-  testing::internal::CaptureStdout();
-  v.read_data_cif_text(texts[3], "v.cif", false);
-  testing::internal::GetCapturedStdout();
-  EXPECT_EQ(v.cell_latt[0], 0.0);
+  EXPECT_EQ(scan_cif(texts[3]).cell[0], 0.0);
 }
 
 // Reads of a text in memory cut it as std::fgets cuts the same bytes in a file: at line
