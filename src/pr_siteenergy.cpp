@@ -9,14 +9,6 @@
 #include "site_energy_write.h"
 #include "util.h"
 
-namespace {
-
-bool has_holes(char c) { return c == 'h' || c == 'a'; }
-// True for exactly "a" and "e": they differ only in the bit of value 4.
-bool has_electrons(char c) { return (c & ~4) == 'a'; }
-
-}  // namespace
-
 EnergyTable SiteEnergy::read_table(const char* name, int line) const {
   const std::string path = format_string("%s/%s", data_dir.c_str(), name);
   if (exists_not_regular(path.c_str()))
@@ -45,8 +37,8 @@ void SiteEnergy::read_carrier_tables(bool verbose, const char* what, const char*
     std::fflush(stdout);
   }
   const char c = charge_carrier();
-  if (has_holes(c)) holes = read_table(hole_file, hole_line);
-  if (has_electrons(c)) electrons = read_table(electron_file, electron_line);
+  if (carries_holes(c)) holes = read_table(hole_file, hole_line);
+  if (carries_electrons(c)) electrons = read_table(electron_file, electron_line);
   if (verbose) std::printf("done.\n");
 }
 
@@ -92,11 +84,11 @@ void SiteEnergy::write_carrier(char carrier, const char* name, int line) const {
 void SiteEnergy::check_site_energy_tables() const {
   const bool dielectric = reorg_outer_code == 3;
   const char c = charge_carrier();
-  if (has_holes(c)) {
+  if (carries_holes(c)) {
     check_table(se_int_h, "SE_einternal-h.dat");
     if (dielectric) check_table(se_mp_h, "SE_emultipole-h.dat");
   }
-  if (has_electrons(c)) {
+  if (carries_electrons(c)) {
     check_table(se_int_e, "SE_einternal-e.dat");
     if (dielectric) check_table(se_mp_e, "SE_emultipole-e.dat");
   }
@@ -113,7 +105,7 @@ void SiteEnergy::write_site_energies(bool verbose) {
   // Every table the output needs is checked before either file is written.
   check_site_energy_tables();
   const char c = charge_carrier();
-  if (has_holes(c)) write_carrier('h', "EH.dat", siteenergy_lines::EH_OPEN);
-  if (has_electrons(c)) write_carrier('e', "EL.dat", siteenergy_lines::EL_OPEN);
+  if (carries_holes(c)) write_carrier('h', "EH.dat", siteenergy_lines::EH_OPEN);
+  if (carries_electrons(c)) write_carrier('e', "EL.dat", siteenergy_lines::EL_OPEN);
   if (verbose) std::printf("done.\n");
 }

@@ -52,6 +52,13 @@ class Transport : public KavriInp {
   double found_two_molecules_min_distance(int i, int j, const int shift[3]) const;
   double calc_neighbor_com_rsq(int i, int k, const int shift[3]) const;
 
+  // ---- the model's values as the stages take them
+  // The molecules of the cell, their fractional centres of mass (once computed), and the
+  // neighbour search of the settings (cut-off, search range) over them and `centres`.
+  CellMolecules cell_molecules() const;
+  std::vector<Fractional> centres() const;
+  NeighborSearch neighbor_search(const std::vector<Fractional>& centres) const;
+
   // ---- accessors of the prepared model
   int get_nmols_uc() const { return nmols_uc; }
   int get_natoms_total() const { return natoms_total; }
@@ -214,10 +221,7 @@ class Transport : public KavriInp {
   };
   LaterStageStorage later;
 
-  // The molecules of the cell as the stages take them, and the neighbour search over them
-  // with the squared cut-off rc2 and the search range of the settings.
-  CellMolecules cell_molecules() const;
-  std::vector<Fractional> centres() const;
+  // The neighbour search over the model's values with the squared cut-off rc2.
   NeighborSearch neighbor_search(double rc2, const std::vector<Fractional>& centres) const;
 
   // Neighbour images (j, a, b, c) of molecule i within the cut-off, in the order of the

@@ -44,6 +44,10 @@ NeighborSearch Transport::neighbor_search(double rc2,
                         contact_grid_threshold};
 }
 
+NeighborSearch Transport::neighbor_search(const std::vector<Fractional>& centres) const {
+  return neighbor_search(lattice_cutoff * lattice_cutoff, centres);
+}
+
 bool Transport::check_if_molecule_within_rcut(int i, int j, const int shift[3],
                                               double rcut_squared, double* dsq) const {
   return molecules_within_cutoff(cell_molecules(), lattice(), i, j, shift, rcut_squared, dsq);
@@ -136,7 +140,7 @@ void Transport::build_neighbor_list(bool read_from_file, bool verbose) {
     // The order of the sort keys needs the centres of mass.
     if (!com_ready) calc_x_com();
     const std::vector<Fractional> c = centres();
-    const NeighborSearch search = neighbor_search(lattice_cutoff * lattice_cutoff, c);
+    const NeighborSearch search = neighbor_search(c);
     list = reference_paths ? search_neighbor_list_reference(search) : search_neighbor_list(search);
   }
 
