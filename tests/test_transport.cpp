@@ -127,10 +127,19 @@ TEST(MolecularData, TheModelPreparesItsInput) {
   EXPECT_EQ(m.get_qc_out_ext(), "log");
   EXPECT_TRUE(m.is_data_ready());
   EXPECT_NEAR(m.get_mol_mass()[0], 14 * 12.011 + 10 * 1.00794, 1e-9);
-  for (int i = 0; i < 2; ++i) {
-    const Cartesian c = m.lattice().to_cartesian(Fractional(&m.get_x_com()[3 * i]));
-    for (int k = 0; k < 3; ++k) EXPECT_EQ(m.get_x_com_cart()[3 * i + k], c[k]);
-  }
+  const MolecularCentres c = molecular_centres(m.cell_molecules(), m.lattice());
+  EXPECT_EQ(m.get_mol_mass(), c.mass);
+  for (int i = 0; i < 2; ++i)
+    for (int k = 0; k < 3; ++k) {
+      EXPECT_EQ(m.get_x_com()[3 * i + k], c.centre[i][k]);
+      EXPECT_EQ(m.get_x_com_cart()[3 * i + k], c.centre_cart[i][k]);
+    }
+
+  // A semi-empirical basis with the switch on counts valence electrons: (14 * 4 + 10) / 2.
+  SiteEnergy z;
+  load(z, "anthracene.cif", "  qc_basis = ZINDOS\n  use_moo = 1\n");
+  z.post_data_read_treatment(false);
+  EXPECT_EQ(z.get_homo(), (std::vector<int>{33, 33}));
 }
 
 TEST(MolecularDataDeath, AdjustmentListsThatDoNotFitTheCell) {
@@ -249,8 +258,9 @@ TEST(NeighborFile, TheModelReadsTheWorkingDirectorysFile) {
               "line 3546 : \nFailed to open input file: neighbor.dat\n");
 }
 
-// The model's list on anthracene: the search stage's list in the model's fields, 14
-// neighbours per molecule, every pair once in the list of each molecule with opposite shifts.
+// The model's list on anthracene: the straightforward search's list over the model's values
+// in the model's fields, 14 neighbours per molecule, every pair once in the list of each
+// molecule with opposite shifts.
 TEST(NeighborSearch, TheModelsListOnARealCrystal) {
   SiteEnergy m;
   load(m, "anthracene.cif", "");
@@ -263,16 +273,20 @@ TEST(NeighborSearch, TheModelsListOnARealCrystal) {
             "  Neighbor search cell (-/+): 3 3 3\n"
             "**** End of KAVRI Build Neighbor List ****\n\n");
   ASSERT_EQ(m.get_nmols_uc(), 2);
-  std::vector<Fractional> centres;
-  for (int i = 0; i < 2; ++i) centres.emplace_back(&m.get_x_com()[3 * i]);
+  const NeighborList list = search_neighbor_list_reference(m.neighbor_search(m.centres()));
   for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(m.get_nei_count(i), 14);
+    ASSERT_EQ(m.get_nei_count(i), 14);
     for (int k = 0; k < m.get_nei_count(i); ++k) {
+      const NeighborImage& im = list.of[i][k];
       int s[3];
       m.get_nei_shift(i, k, s);
       const int j = m.get_nei_mol(i, k);
-      Fractional image(centres[j][0] + s[0], centres[j][1] + s[1], centres[j][2] + s[2]);
-      EXPECT_EQ(m.get_nei_com(i)[3 * k], m.lattice().to_cartesian(image)[0]);
+      EXPECT_EQ(j, im.mol);
+      for (int c = 0; c < 3; ++c) {
+        EXPECT_EQ(s[c], im.shift[c]);
+        EXPECT_EQ(m.get_nei_disp(i)[3 * k + c], im.disp[c]);
+        EXPECT_EQ(m.get_nei_com(i)[3 * k + c], im.centre[c]);
+      }
       int found = 0;
       for (int q = 0; q < m.get_nei_count(j); ++q) {
         int t[3];
