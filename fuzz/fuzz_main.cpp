@@ -1,5 +1,6 @@
 // libFuzzer entry of one reader (chosen at build time by KAVRI_FUZZ_ENTRY); runs in a scratch
-// directory with standard output silenced.
+// directory (where the input entry finds the structure files an input names) with standard
+// output silenced.
 #include <unistd.h>
 
 #include <cstdio>

@@ -1,16 +1,20 @@
 // The fuzzed readers: each entry hands the input to the reader's text entry and runs the stages
 // a real run would on the result, with fatal errors turned into an exception caught here. Only
-// the input file's names and the neighbour file are still read from the scratch directory.
+// the crystal and molecule files an input names are still read from the scratch directory.
 #include "fuzz_targets.h"
 
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "energy_table.h"
+#include "molecular_data.h"
+#include "neighbor_file.h"
+#include "neighbor_search.h"
 #include "pr_siteenergy.h"
+#include "site_energy_write.h"
 #include "util.h"
 
 namespace fuzz_targets {
@@ -32,21 +36,30 @@ void write_text(const char* name, const std::string& text) {
   write_file(name, reinterpret_cast<const uint8_t*>(text.data()), text.size());
 }
 
-// The model object with the members a harness sets directly.
+// The model object with the members a harness sets or reads directly: the structure source
+// and the molecules of the loading driver, and the settings of the stages run after it.
 class Model : public SiteEnergy {
  public:
   using FileIO::mol_atypes;
-  using FileIO::mol_file_names;
   using FileIO::mol_natoms;
   using FileIO::mol_x;
   using FileIO::mol_x_s;
   using FileIO::struct_source;
-  using SiteEnergy::se_int_e;
-  using SiteEnergy::se_int_h;
-  using SiteEnergy::se_mp_e;
-  using SiteEnergy::se_mp_h;
-  using KavriInp::chargetype;
+  using KavriInp::lattice_cutoff;
+  using KavriInp::neighbor_scell;
   using KavriInp::reorg_outer_code;
+
+  // The molecules as the loading driver left them.
+  CellMolecules loaded() const { return CellMolecules{nmols, mol_natoms, mol_atypes, mol_x_s}; }
+  // The neighbour search of the settings over them.
+  NeighborSearch search(const std::vector<Fractional>& centres) const {
+    return NeighborSearch{loaded(),
+                          centres,
+                          lattice(),
+                          lattice_cutoff * lattice_cutoff,
+                          {neighbor_scell[0], neighbor_scell[1], neighbor_scell[2]},
+                          contact_grid_threshold};
+  }
 };
 
 template <class F>
@@ -84,29 +97,65 @@ std::string table_text(int blocks, int values) {
   return t;
 }
 
+// The structure files an input may name, written once into the scratch directory.
 void write_fixtures() {
   write_text("c.cif", kCif);
   write_text("m.mol", kMol);
-  create_directory("data");
-  const std::string t = table_text(8, 299);
-  for (const char* n : {"data/SE_einternal-h.dat", "data/SE_einternal-e.dat",
-                        "data/SE_emultipole-h.dat", "data/SE_emultipole-e.dat"})
-    write_text(n, t);
 }
 
-// The fixture crystal loaded and prepared once, its neighbour list built; each input gets a
-// copy.
-const Model& prepared_model() {
-  static const Model model = [] {
+// The energy tables of every run: 8 blocks of 299 values, more than any list needs.
+const std::string& fixture_table() {
+  static const std::string t = table_text(8, 299);
+  return t;
+}
+
+// The fixture crystal through the stages, once: its molecules' centres, lattice and
+// neighbour list under the default settings.
+struct Prepared {
+  int nmols = 0;
+  std::vector<int> counts;  // neighbours per molecule
+  std::vector<Fractional> centres;
+  Lattice lattice;
+};
+
+const Prepared& prepared() {
+  static const Prepared p = [] {
     Model m;
     m.read_data_cif_text(kCif, "c.cif", false);
     m.struct_source = 2;
     m.read_crystal_strcuture_files(false, false);
-    m.post_data_read_treatment(false);
-    m.build_neighbor_list(false, false);
-    return m;
+    Prepared out;
+    out.nmols = m.get_nmols();
+    out.lattice = m.lattice();
+    out.centres = molecular_centres(m.loaded(), out.lattice).centre;
+    for (const std::vector<NeighborImage>& images : search_neighbor_list(m.search(out.centres)).of)
+      out.counts.push_back(static_cast<int>(images.size()));
+    return out;
   }();
-  return model;
+  return p;
+}
+
+// The site energies of a run from tables of the given text, for the charge type `c` and,
+// when `dielectric`, with the multipole tables: read, checked against the list, written as
+// text, in the order of the run.
+void site_energies(const std::string_view table, char c, bool dielectric, int nmols,
+                   const std::vector<int>& counts) {
+  const bool holes = carries_holes(c), electrons = carries_electrons(c);
+  EnergyTable int_h, int_e, mp_h, mp_e;
+  if (holes) int_h = read_energy_table_text(table, nmols, counts);
+  if (electrons) int_e = read_energy_table_text(table, nmols, counts);
+  if (dielectric && holes) mp_h = read_energy_table_text(table, nmols, counts);
+  if (dielectric && electrons) mp_e = read_energy_table_text(table, nmols, counts);
+  if (holes) {
+    check_energy_table(int_h, "data/SE_einternal-h.dat", nmols, counts);
+    if (dielectric) check_energy_table(mp_h, "data/SE_emultipole-h.dat", nmols, counts);
+  }
+  if (electrons) {
+    check_energy_table(int_e, "data/SE_einternal-e.dat", nmols, counts);
+    if (dielectric) check_energy_table(mp_e, "data/SE_emultipole-e.dat", nmols, counts);
+  }
+  if (holes) site_energy_text(nmols, counts, int_h, dielectric ? &mp_h : nullptr);
+  if (electrons) site_energy_text(nmols, counts, int_e, dielectric ? &mp_e : nullptr);
 }
 
 std::string_view as_text(const uint8_t* data, size_t size) {
@@ -127,8 +176,8 @@ Outcome input_file(const uint8_t* data, size_t size) {
   // Inputs that name device or system files would test those files, not the reader.
   const std::string_view text = as_text(data, size);
   if (names_system_path(text)) return Outcome{};
-  // The files an input names (crystal, molecules, tables) are read from the scratch
-  // directory; the input itself is read from memory.
+  // The crystal and molecule files an input names are read from the scratch directory; the
+  // input and the energy tables are read from memory.
   static const bool fixtures = (write_fixtures(), true);
   (void)fixtures;
   return guarded([text] {
@@ -137,7 +186,10 @@ Outcome input_file(const uint8_t* data, size_t size) {
     se->read_crystal_strcuture_files(true, false);
     se->post_data_read_treatment(true);
     se->build_neighbor_list(false, true);
-    se->write_site_energies(true);
+    std::vector<int> counts(se->get_nmols_uc());
+    for (int i = 0; i < se->get_nmols_uc(); ++i) counts[i] = se->get_nei_count(i);
+    site_energies(fixture_table(), se->charge_carrier(), se->reorg_outer_code == 3,
+                  se->get_nmols_uc(), counts);
   });
 }
 
@@ -147,8 +199,9 @@ Outcome cif_file(const uint8_t* data, size_t size) {
     m.read_data_cif_text(text, "f.cif", true);
     m.struct_source = 2;
     m.read_crystal_strcuture_files(true, false);
-    m.post_data_read_treatment(false);
-    m.build_neighbor_list(false, false);
+    const MolecularCentres centres = molecular_centres(m.loaded(), m.lattice());
+    homo_indices(m.loaded(), false);
+    search_neighbor_list(m.search(centres.centre));
   });
 }
 
@@ -165,37 +218,21 @@ Outcome mol_file(const uint8_t* data, size_t size) {
 }
 
 Outcome energy_tables(const uint8_t* data, size_t size) {
-  const Model& proto = prepared_model();
+  const Prepared& p = prepared();
   // The first byte picks the carrier and the outer model; the rest is every table the run
   // reads.
-  const char carriers[] = {'h', 'e', 'a', 'H'};
+  const char carriers[] = {'h', 'e', 'a', 'h'};
   const int selector = size ? data[0] : 0;
   const std::string_view text = size ? as_text(data + 1, size - 1) : std::string_view();
-  return guarded([&] {
-    Model m = proto;
-    const char carrier = carriers[selector & 3];
-    const bool dielectric = (selector & 4) != 0;
-    m.chargetype = std::string(1, carrier);
-    m.reorg_outer_code = dielectric ? 3 : 0;
-    const bool holes = carrier != 'e', electrons = carrier == 'e' || carrier == 'a';
-    if (holes) m.se_int_h = m.read_table_text(text);
-    if (electrons) m.se_int_e = m.read_table_text(text);
-    if (holes && dielectric) m.se_mp_h = m.read_table_text(text);
-    if (electrons && dielectric) m.se_mp_e = m.read_table_text(text);
-    m.check_site_energy_tables();
-    if (holes) m.site_energy_text('h');
-    if (electrons) m.site_energy_text('e');
-  });
+  return guarded(
+      [&] { site_energies(text, carriers[selector & 3], (selector & 4) != 0, p.nmols, p.counts); });
 }
 
 Outcome neighbor_file(const uint8_t* data, size_t size) {
-  const Model& proto = prepared_model();
-  static const bool fixtures = (write_fixtures(), true);
-  (void)fixtures;
-  write_file("neighbor.dat", data, size);
+  const Prepared& p = prepared();
   return guarded([&] {
-    Model m = proto;
-    m.build_neighbor_list(true, true);
+    NeighborList list = read_neighbor_text(as_text(data, size), p.nmols);
+    place_neighbor_images(list, p.centres, p.lattice);
   });
 }
 

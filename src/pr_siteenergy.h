@@ -2,11 +2,10 @@
 // calculations left in the data directory and writes the site energies of holes ("EH.dat")
 // and electrons ("EL.dat") pair by pair in neighbour-list order.
 #pragma once
-#include <functional>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "energy_table.h"
 #include "transport.h"
 
 // Error-site line numbers of the site-energy stage.
@@ -15,12 +14,9 @@ constexpr int EINTERNAL_H_OPEN = 103;
 constexpr int EINTERNAL_E_OPEN = 138;
 constexpr int EMULTIPOLE_H_OPEN = 194;
 constexpr int EMULTIPOLE_E_OPEN = 229;
-constexpr int TABLE_SHORT = 262;
 constexpr int EH_OPEN = 288;
 constexpr int EL_OPEN = 325;
 }  // namespace siteenergy_lines
-
-using EnergyTable = std::vector<std::vector<double>>;
 
 class SiteEnergy : public Transport {
  public:
@@ -50,8 +46,6 @@ class SiteEnergy : public Transport {
 
   // Reads one table file; `line` is the error line reported when it cannot be opened.
   EnergyTable read_table(const char* name, int line) const;
-  // The reading of one table over its lines, taken as std::fgets takes them.
-  EnergyTable read_table_lines(const std::function<bool(char*, int)>& gets) const;
   // Reads the hole and/or electron table of one kind, as the charge type asks.
   void read_carrier_tables(bool verbose, const char* what, const char* hole_file, int hole_line,
                            EnergyTable& holes, const char* electron_file, int electron_line,

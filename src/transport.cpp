@@ -1,5 +1,6 @@
-// The transport model object and the preparation of its molecular data: charge type,
-// masses, centres of mass, HOMO indices and the checks of the per-molecule settings.
+// The transport model object and the preparation of its molecular data: charge type, the
+// checks of the per-molecule settings, and the masses, centres of mass and HOMO indices of the
+// molecular-data stage (molecular_data.h).
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -9,9 +10,6 @@
 #include "util.h"
 
 namespace {
-
-// Element index of an atom as the model uses it; an unknown element (-1) counts as the dummy.
-int known_element(int index) { return (index >= 0 && index < NELEMENTS) ? index : 0; }
 
 std::string lower(std::string s) {
   for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -108,41 +106,25 @@ void Transport::post_data_read_treatment(bool verbose) {
   data_ready = true;
 }
 
+CellMolecules Transport::cell_molecules() const {
+  return CellMolecules{nmols_uc, mol_natoms, mol_atypes, mol_x_s};
+}
+
 void Transport::calc_x_com() {
-  mol_mass.assign(nmols_uc, 0.0);
-  x_com.assign(3 * static_cast<size_t>(nmols_uc), 0.0);
-  x_com_cart.assign(3 * static_cast<size_t>(nmols_uc), 0.0);
-  for (int i = 0; i < nmols_uc; ++i) {
-    double mass = 0.0;
-    double sum[3] = {0.0, 0.0, 0.0};
-    for (int k = 0; k < mol_natoms[i]; ++k) {
-      const double m = find_element_mass_from_index(known_element(mol_atypes[i][k]));
-      mass += m;
-      for (int c = 0; c < 3; ++c) sum[c] += m * mol_x_s[i][3 * k + c];
+  const MolecularCentres centres = molecular_centres(cell_molecules(), lattice());
+  mol_mass = centres.mass;
+  x_com.resize(3 * static_cast<size_t>(nmols_uc));
+  x_com_cart.resize(3 * static_cast<size_t>(nmols_uc));
+  for (int i = 0; i < nmols_uc; ++i)
+    for (int c = 0; c < 3; ++c) {
+      x_com[3 * i + c] = centres.centre[i][c];
+      x_com_cart[3 * i + c] = centres.centre_cart[i][c];
     }
-    mol_mass[i] = mass;
-    for (int c = 0; c < 3; ++c) x_com[3 * i + c] = sum[c] / mass;
-  }
-  for (int i = 0; i < nmols_uc; ++i) mat_vec_mul(latt, &x_com[3 * i], &x_com_cart[3 * i]);
   com_ready = true;
 }
 
 void Transport::calc_homo() {
-  homo.assign(nmols_uc, 0);
-  const bool valence_only = get_job_moo_flag() != 0;
-  for (int i = 0; i < nmols_uc; ++i) {
-    long electrons = 0;
-    for (int k = 0; k < mol_natoms[i]; ++k) {
-      const int z = known_element(mol_atypes[i][k]);
-      int ne = z;
-      if (valence_only) {
-        if (z >= 3 && z <= 10) ne -= 2;
-        else if (z >= 11 && z <= 18) ne -= 10;
-      }
-      electrons += ne;
-    }
-    homo[i] = static_cast<int>(electrons / 2);
-  }
+  homo = homo_indices(cell_molecules(), get_job_moo_flag() != 0);
   homo_ready = true;
 }
 

@@ -1,23 +1,21 @@
 // Transport: the transport model of the molecular crystal. It prepares the molecular data
 // (masses, centres of mass, HOMO indices) from the loaded structure and builds, for every
-// molecule of the unit cell, the sorted list of neighbouring molecule images.
+// molecule of the unit cell, the sorted list of neighbouring molecule images; the stages
+// themselves are molecular_data.h, neighbor_search.h and neighbor_file.h.
 #pragma once
 #include <cstdint>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "fileio_grid.h"
 #include "kavri_inp.h"
+#include "molecular_data.h"
+#include "neighbor_file.h"
+#include "neighbor_search.h"
 
-// Error-site line numbers of the transport model.
+// Error-site line numbers of the molecular-data checks (those of the neighbour list are in
+// neighbor_search.h and neighbor_file.h).
 namespace transport_lines {
-constexpr int NEIGHBOR_OPEN = 3546;
-constexpr int NEIGHBOR_NMOLS = 3560;
-constexpr int NEIGHBOR_NCOL = 3587;
-constexpr int NEIGHBOR_VALUE = 3590;
-constexpr int NEIGHBOR_MOLECULE = 3592;
-constexpr int NNEIMAX_REACHED = 3658;
 constexpr int SPHERE_RADII = 9944;
 constexpr int HOMO_ADJUSTMENT = 9986;
 constexpr int LUMO_ADJUSTMENT = 9997;
@@ -54,6 +52,13 @@ class Transport : public KavriInp {
   double found_two_molecules_min_distance(int i, int j, const int shift[3]) const;
   double calc_neighbor_com_rsq(int i, int k, const int shift[3]) const;
 
+  // ---- the model's values as the stages take them
+  // The molecules of the cell, their fractional centres of mass (once computed), and the
+  // neighbour search of the settings (cut-off, search range) over them and `centres`.
+  CellMolecules cell_molecules() const;
+  std::vector<Fractional> centres() const;
+  NeighborSearch neighbor_search(const std::vector<Fractional>& centres) const;
+
   // ---- accessors of the prepared model
   int get_nmols_uc() const { return nmols_uc; }
   int get_natoms_total() const { return natoms_total; }
@@ -71,7 +76,7 @@ class Transport : public KavriInp {
   bool is_data_ready() const { return data_ready; }
   bool is_neighbor_built() const { return neighbor_built; }
 
-  static constexpr int NNEIMAX = 300;
+  static constexpr int NNEIMAX = kNeighborCapacity;
 
   // ==== kinetic Monte Carlo of charge hopping (transport_kmc.cpp) ====
   // A charge hops over the neighbour network with the rates of "WH.dat"/"WL.dat"; each
@@ -216,61 +221,23 @@ class Transport : public KavriInp {
   };
   LaterStageStorage later;
 
+  // The neighbour search over the model's values with the squared cut-off rc2.
+  NeighborSearch neighbor_search(double rc2, const std::vector<Fractional>& centres) const;
+
   // Neighbour images (j, a, b, c) of molecule i within the cut-off, in the order of the
   // straightforward search (c, then b, then a, then j ascending), each with its squared
-  // centre-of-mass distance. The fast path proposes only images whose bounding spheres come
-  // within reach; the reference loops over every image.
+  // centre-of-mass distance: the fast search and the straightforward one.
   void search_neighbors(int i, double rc2, std::vector<int>& cand, std::vector<double>& key);
   void search_neighbors_reference(int i, double rc2, std::vector<int>& cand,
                                   std::vector<double>& key);
 
- private:
-  struct BoundingSphere {
-    double centre[3];  // fractional
-    double radius;     // angstrom
-    bool any;          // false when the molecule has no atom with finite coordinates
-    double cart_centre[3];      // L * centre
-    std::vector<double> cart;   // L * position of each atom, 3 per atom (NaN where not finite)
-  };
-  std::vector<BoundingSphere> spheres;
-  // Round-off bounds of the contact tests (search_margin.h): the lattice's condition number,
-  // and a bound on the Cartesian magnitudes entering them (atom positions, each through the
-  // absolute values of the lattice, and the farthest image shift).
-  double lattice_kappa = 1.0;
-  double coordinate_scale = 0.0;
-  double largest_sphere = 0.0;
-  double centre_magnitude = 1.0;  // at least 1 and twice the largest |component| of a centre
-  fileio_grid::PeriodicGrid centre_grid;  // molecule centres, binned for the cut-off reach
-  void prepare_bounding_spheres(double rc2);
-  // Contact test of large molecule pairs: the atoms of molecule j binned in Cartesian space,
-  // so that each atom of i meets only the atoms of j within reach. Gives the same answer (and
-  // the same first pair) as check_if_molecule_within_rcut.
-  struct AtomGrid {
-    bool built = false;
-    double origin[3] = {0, 0, 0};
-    double h = 1.0;
-    double extent = 0.0;
-    int n[3] = {1, 1, 1};
-    std::vector<int> start, order;
-    std::vector<double> cart;  // Cartesian positions of the atoms, 3 per atom
-    std::vector<double> box;   // per bin: lowest then highest corner of its atoms, 6 per bin
-  };
-  std::vector<AtomGrid> atom_grids;
-  void build_atom_grid(int j, double rc);
-  bool within_rcut_grid(int i, int j, const int shift[3], double rc2, double* dsq);
-  // Contact test of the other molecule pairs: the Cartesian positions computed once per
-  // molecule pass over atoms of i too far from the image of j's sphere, and atom pairs too far
-  // apart, before the exact test. Same answer and first pair as check_if_molecule_within_rcut.
-  bool within_rcut_cart(int i, int j, const int shift[3], double rc2, double* dsq) const;
-
  public:
-  // Atom-pair count above which the contact test uses the atom grid (tests lower it).
+  // Atom-pair count above which the fast contact test uses the atom grid (tests lower it).
   long contact_grid_threshold = 2048;
 
  private:
-  // Reach of the contact test between two spheres, widened by its round-off.
-  double sphere_reach(double rc, double ri, double rj) const;
-  void add_candidate(int i, int j, int a, int b, int c, std::vector<int>& cand,
-                     std::vector<double>& key) const;
-  void read_neighbor_file(bool verbose);
+  // The list of "neighbor.dat" in the working directory (molecules and shifts only).
+  NeighborList read_neighbor_file() const;
+  // Copies a built or read list into the neighbour fields.
+  void store_neighbor_list(const NeighborList& list);
 };
