@@ -139,8 +139,8 @@ HopEngine::HopEngine(MCNetwork network) : net_(std::move(network)) {
   sites_.assign(nmol, Site{0, 0, 0.0});
   int total = 0;
   for (int i = 0; i < nmol; ++i) {
-    const int n = i < static_cast<int>(net_.hops.size()) ? static_cast<int>(net_.hops[i].size())
-                                                         : 0;
+    const int n =
+        i < static_cast<int>(net_.hops.size()) ? static_cast<int>(net_.hops[i].size()) : 0;
     sites_[i].begin = total;
     sites_[i].nhops = n;
     max_nhops_ = std::max(max_nhops_, n);
