@@ -82,7 +82,7 @@ void report(benchmark::State& state, const Crystal& m, long long hops) {
 // Per-trajectory Mersenne Twister, as the multi-trajectory runs use.
 void BM_KmcHopsMT(benchmark::State& state) {
   Crystal& m = model(static_cast<int>(state.range(0)));
-  std::mt19937 gen(12345);
+  MCGenerator gen(12345);
   MCSamples out(m.settings.nrec);
   long long hops = 0;
   for (auto _ : state) hops += m.engine.trajectory(MCEngine::Static, gen, m.settings, out);

@@ -104,7 +104,7 @@ void BM_EngineOneThread(benchmark::State& state) {
   long long hops = 0;
   int run = 0;
   for (auto _ : state) {
-    std::mt19937 gen(static_cast<std::uint32_t>(++run));
+    MCGenerator gen(static_cast<std::uint32_t>(++run));
     hops += engine.trajectory(MCEngine::Static, gen, settings, out);
   }
   state.counters["hops_per_s"] = benchmark::Counter(static_cast<double>(hops), benchmark::Counter::kIsRate);

@@ -299,11 +299,9 @@ long long HopEngine::run(Uniform& uniform, MCEngine engine, const MCSettings& s,
   return run_trajectory(step, L, s, out);
 }
 
-long long HopEngine::trajectory(MCEngine engine, std::mt19937& gen, const MCSettings& s,
+long long HopEngine::trajectory(MCEngine engine, MCGenerator& gen, const MCSettings& s,
                                 MCSamples& out) const {
-  auto uniform = [&gen]() {
-    return std::generate_canonical<double, std::numeric_limits<double>::digits>(gen);
-  };
+  auto uniform = [&gen]() { return gen.canonical(); };
   return run(uniform, engine, s, out);
 }
 
@@ -314,10 +312,10 @@ long long HopEngine::trajectory_ran2(MCEngine engine, const MCSettings& s, MCSam
 
 // ---------------------------------------------------------------- seeds
 
-std::mt19937 mc_seeded_generator(std::uint64_t seed, int run) {
+MCGenerator mc_seeded_generator(std::uint64_t seed, int run) {
   std::seed_seq seq{static_cast<std::uint32_t>(seed), static_cast<std::uint32_t>(seed >> 32),
                     static_cast<std::uint32_t>(run)};
-  return std::mt19937(seq);
+  return MCGenerator(seq);
 }
 
 // A negative state word rebuilds the shuffle table, so the stream depends on nothing drawn

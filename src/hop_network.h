@@ -5,10 +5,10 @@
 // the generator they are handed; nothing here reads files or global settings.
 #pragma once
 #include <cstdint>
-#include <random>
 #include <vector>
 
 #include "lattice.h"
+#include "mc_generator.h"
 
 // Error-site line numbers of the kinetic Monte Carlo (transport_kmc.cpp).
 namespace kmc_lines {
@@ -91,7 +91,7 @@ class HopEngine {
   // One trajectory from molecule 0 into `out` (nrec + 1 samples); returns the number of hops.
   // Uniform numbers are canonical doubles of `gen` (two 32-bit draws each) or the process-wide
   // ran2 stream.
-  long long trajectory(MCEngine engine, std::mt19937& gen, const MCSettings& s,
+  long long trajectory(MCEngine engine, MCGenerator& gen, const MCSettings& s,
                        MCSamples& out) const;
   long long trajectory_ran2(MCEngine engine, const MCSettings& s, MCSamples& out) const;
 
@@ -118,5 +118,5 @@ class HopEngine {
 
 // Reproducible streams of run number `run`: a Mersenne Twister seeded by (seed, run), and the
 // process-wide ran2 started from a fresh shuffle table seeded by (seed, run).
-std::mt19937 mc_seeded_generator(std::uint64_t seed, int run);
+MCGenerator mc_seeded_generator(std::uint64_t seed, int run);
 void mc_seed_ran2(std::uint64_t seed, int run);

@@ -111,9 +111,9 @@ class Transport : public KavriInp {
   MCSamples MC_new_samples() const { return MCSamples(mc_nrec); }
   // One trajectory of the static engine (as MC_run_openMP runs it) with generator `gen` into
   // `out`. It only reads the hop tables, so threads can run trajectories at the same time.
-  long long MC_trajectory_into(std::mt19937& gen, MCSamples& out) const;
+  long long MC_trajectory_into(MCGenerator& gen, MCSamples& out) const;
   // The generator of run number `run` (from 1) when a seed is set: (seed, run).
-  std::mt19937 MC_seeded_generator(int run) const { return mc_seeded_generator(mc_seed, run); }
+  MCGenerator MC_seeded_generator(int run) const { return mc_seeded_generator(mc_seed, run); }
   // Track file of run `run` and the average track from given samples (its steps ignored).
   void output_track(int run, const char* dir, const MCSamples& s) const;
   void output_track_ave(const char* dir, const MCSamples& ave) const;

@@ -417,7 +417,7 @@ void Transport::MC_run_trajectories(const char* dir, int nruns, MCEngine engine)
   if (!mc_seeded) device.emplace("default");
   const MCSettings settings = MC_settings(true);
   for (int run = 1; run <= nruns; ++run) {
-    std::mt19937 gen = device ? std::mt19937((*device)()) : mc_seeded_generator(mc_seed, run);
+    MCGenerator gen = device ? MCGenerator((*device)()) : mc_seeded_generator(mc_seed, run);
     mc_engine.trajectory(engine, gen, settings, mc_samples);
     output_track(run, dir);
     MC_add_to_sums();
@@ -445,7 +445,7 @@ void Transport::MC_run_openMP_dyn_disorder(const char* dir, int /*unused*/, int 
 
 // ---------------------------------------------------------------- caller-owned samples
 
-long long Transport::MC_trajectory_into(std::mt19937& gen, MCSamples& out) const {
+long long Transport::MC_trajectory_into(MCGenerator& gen, MCSamples& out) const {
   if (!mc_initialized) return 0;
   return mc_engine.trajectory(MCEngine::Static, gen, MC_settings(true), out);
 }

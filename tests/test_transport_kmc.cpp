@@ -130,7 +130,7 @@ TEST(HopEngine, DeterministicTrajectoriesSampleExactly) {
   // One hop of 16/ns along +a: dt = 1/16 ns; with tsnap = 0.25 every third hop samples,
   // recording the step count and time before that hop and the position after it.
   const HopEngine e(network({{{0, 1, 0, 0, 16.0}}}));
-  std::mt19937 gen(1);
+  MCGenerator gen(1);
   MCSamples cart(4), cell(4);
   EXPECT_EQ(e.trajectory(MCEngine::Static, gen, sampling(0.25, 4), cart), 15);
   EXPECT_EQ(e.trajectory(MCEngine::Static, gen, sampling(0.25, 4, false), cell), 15);
@@ -173,13 +173,27 @@ TEST(HopEngine, HopsFollowTheRatesAndSeedsRepeat) {
   e.trajectory_ran2(MCEngine::Static, s, c);
   EXPECT_TRUE(same(a, b));
   EXPECT_FALSE(same(a, c));
-  std::mt19937 g1 = mc_seeded_generator(11, 3), g2 = mc_seeded_generator(11, 3),
-               g3 = mc_seeded_generator(11ULL << 32, 3);
+  MCGenerator g1 = mc_seeded_generator(11, 3), g2 = mc_seeded_generator(11, 3),
+              g3 = mc_seeded_generator(11ULL << 32, 3);
   e.trajectory(MCEngine::Static, g1, s, a);
   e.trajectory(MCEngine::Static, g2, s, b);
   e.trajectory(MCEngine::Static, g3, s, c);
   EXPECT_TRUE(same(a, b));
   EXPECT_FALSE(same(a, c));  // the high word of the seed counts
+}
+
+TEST(HopEngine, GeneratorIsTheStandardMersenneTwister) {
+  // Word for word, then canonical double for double, across regenerations of the state, for
+  // seeds given as an integer and as a seed sequence.
+  const auto check = [](MCGenerator mine, std::mt19937 reference) {
+    for (int i = 0; i < 1500; ++i) ASSERT_EQ(mine(), reference()) << i;
+    for (int i = 0; i < 1500; ++i)
+      ASSERT_EQ(mine.canonical(), (std::generate_canonical<double, 53>(reference))) << i;
+  };
+  for (std::uint32_t seed : {0u, 1u, 5489u, 0xffffffffu})
+    check(MCGenerator(seed), std::mt19937(seed));
+  std::seed_seq mine{11u, 0u, 3u}, reference{11u, 0u, 3u};
+  check(MCGenerator(mine), std::mt19937(reference));
 }
 
 TEST(HopEngine, EnginesAgreeWhereTheirRulesDo) {
@@ -192,7 +206,7 @@ TEST(HopEngine, EnginesAgreeWhereTheirRulesDo) {
   s.temp = 300;
   const auto run = [&](MCEngine engine, const MCSettings& how, std::uint64_t seed) {
     MCSamples out(how.nrec);
-    std::mt19937 gen = mc_seeded_generator(seed, 1);
+    MCGenerator gen = mc_seeded_generator(seed, 1);
     e.trajectory(engine, gen, how, out);
     return out;
   };
