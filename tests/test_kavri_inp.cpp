@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 #include <tuple>
+#include <variant>
 #include <vector>
 
 #include "kavri_inp.h"
@@ -35,35 +36,17 @@ double real(const KavriInp& inp, const char* key) { return value<double>(inp, ke
 int integer(const KavriInp& inp, const char* key) { return value<int>(inp, key); }
 std::string text(const KavriInp& inp, const char* key) { return value<std::string>(inp, key); }
 
-// Whether `row`'s setting holds 1 in the row's conversion (the last element of a list, the
-// first component of a triple).
-bool holds_one(const KavriInp& k, const KavriInp::KeywordRow& row) {
-  using T = KavriInp::KeyType;
-  switch (row.type) {
-    case T::Int:
-      return k.setting<int>(row.key) == 1;
-    case T::Real:
-      return k.setting<double>(row.key) == 1.0;
-    case T::Bool:
-    case T::SetFlag:
-      return k.setting<bool>(row.key) == true;
-    case T::String:
-    case T::Raw:
-    case T::Untrimmed:
-      return k.setting<std::string>(row.key) == "1";
-    case T::Int3:
-      return value<Int3>(k, row.key)[0] == 1;
-    case T::Real3:
-      return value<Real3>(k, row.key)[0] == 1.0;
-    case T::IntList:
-      return value<std::vector<int>>(k, row.key) == std::vector<int>{1};
-    case T::RealList:
-      return value<std::vector<double>>(k, row.key) == std::vector<double>{1.0};
-    case T::Special:
-      break;
-  }
-  return false;
-}
+// Whether a row's setting holds 1 in its own type (the whole list, the first component).
+struct HoldsOne {
+  bool operator()(const int* v) const { return *v == 1; }
+  bool operator()(const double* v) const { return *v == 1.0; }
+  bool operator()(const bool* v) const { return *v; }
+  bool operator()(const std::string* v) const { return *v == "1"; }
+  bool operator()(const int (*v)[3]) const { return (*v)[0] == 1; }
+  bool operator()(const double (*v)[3]) const { return (*v)[0] == 1.0; }
+  bool operator()(const std::vector<int>* v) const { return *v == std::vector<int>{1}; }
+  bool operator()(const std::vector<double>* v) const { return *v == std::vector<double>{1.0}; }
+};
 
 class KavriInpTest : public ::testing::Test {
  protected:
@@ -140,7 +123,7 @@ TEST_F(KavriInpTest, KeywordTableAndConversions) {
       if (!row.field || row.action) continue;
       KavriInp k;
       k.apply_keyword(upper, "1");
-      EXPECT_TRUE(holds_one(k, row)) << name;
+      EXPECT_TRUE(std::visit(HoldsOne(), row.field(k))) << name;
     }
   }
 
