@@ -80,8 +80,8 @@ long long run_trajectory(Step& step, const double L[3][3], const MCSettings& s, 
     const double dt = step(mol, D);
     tau += dt;
     if (!(dt < tsnap - tau)) {
-      double P[3];
-      lattice_product(L, D, P);
+      double P[3];  // L * D, written out so that D stays in registers between samples
+      for (int k = 0; k < 3; ++k) P[k] = L[k][0] * D[0] + L[k][1] * D[1] + L[k][2] * D[2];
       out.steps[r] = step_count(n);
       out.time[r] = t;
       for (int k = 0; k < 3; ++k) out.pos[3 * r + k] = P[k];
