@@ -13,7 +13,6 @@
 #include <functional>
 #include <iterator>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "kavri_inp.h"
@@ -152,8 +151,8 @@ TEST_F(JobScripts, ArrayDirectivesAndTaskBodies) {
 }
 
 // The header goes to standard output, the message to standard error; the status is -1. Every
-// dispatcher takes its back-end from job_backend with its own line; no scheduler name gives a
-// type outside 0..3.
+// dispatcher takes its back-end from job_backend with its own line (no scheduler name gives a
+// type outside 0..3).
 TEST_F(JobScripts, FatalPaths) {
   const std::string unknown = "Unknown job scheduling type!\n", missing = dir + "/none/job";
   EXPECT_EXIT((std::fflush(stdout), dup2(2, 1), job_backend(4, job_scripts_lines::SCHED_SITEENER)),
@@ -161,11 +160,6 @@ TEST_F(JobScripts, FatalPaths) {
               testing::Eq("\nERROR  transport : job_scripts : line 131 : \n" + unknown));
   EXPECT_EXIT((dup2(open("/dev/null", O_WRONLY), 1), job_backend(-1, 0)),
               testing::ExitedWithCode(255), testing::Eq(unknown));
-  for (const auto& [type, index] : {std::pair{"PBS", 0}, {"Slurm", 1}, {"lsf", 2}, {"LOCAL", 3},
-                                     {"sge", 0}}) {
-    use(jobs, type);
-    EXPECT_EQ(jobs.get_job_sched_type(), index) << type;
-  }
   // The progress words ("gaussian" for every kind of job, no line end) come before the file
   // is opened.
   use(jobs, "lsf");

@@ -39,16 +39,9 @@ MCNetwork network(const Net& net) {
   for (int k = 0; k < 3; ++k) n.lattice.m[k][k] = 10.0;
   n.hops.resize(net.size());
   for (size_t i = 0; i < net.size(); ++i)
-    for (const Hop& h : net[i]) {
-      MCHop x;
-      x.target = h.target;
-      x.a = h.a;
-      x.b = h.b;
-      x.c = h.c;
-      x.d = Fractional(0.25 * h.target + h.a - 0.25 * static_cast<double>(i), h.b, h.c);
-      x.rate = h.rate;
-      n.hops[i].push_back(x);
-    }
+    for (const Hop& h : net[i])
+      n.hops[i].push_back(MCHop{h.target, h.a, h.b, h.c,
+                                Fractional(0.25 * h.target + h.a - 0.25 * i, h.b, h.c), h.rate});
   return n;
 }
 
