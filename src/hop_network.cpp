@@ -14,7 +14,6 @@
 
 namespace {
 
-constexpr double kBoltzmannMeV = 8.617333262e-2;  // meV/K
 constexpr std::uint64_t kRan2SeedRange = 2147483562ULL;
 
 // The first hop whose running sum exceeds u: for ascending sums, the number of sums not
@@ -265,7 +264,7 @@ long long HopEngine::run(Uniform& uniform, MCEngine engine, const MCSettings& s,
   Normal<Uniform> normal(uniform);
   std::vector<double> work(static_cast<size_t>(std::max(max_nhops_, 1)), 0.0);
   const bool vary_V = s.V_dynamic_disorder;
-  const double kT = kBoltzmannMeV * s.temp;
+  const double kT = kMCBoltzmannMeV * s.temp;
   const bool vary_E = s.HOMOLUMO_dynamic_disorder && kT > 0.0;
   auto step = [&](int& mol, double D[3]) {
     const int n = nhops(mol);

@@ -34,6 +34,9 @@ struct MCNetwork {
   std::vector<std::vector<MCHop>> hops;
 };
 
+// Boltzmann's constant in meV/K, for the site-energy fluctuations of dynamic disorder.
+constexpr double kMCBoltzmannMeV = 8.617333262e-2;
+
 enum class MCEngine { Static, ThinFilm, DynamicDisorder };
 
 // How a trajectory runs: the sampling interval tsnap (ns) and the sample count (samples 0 ..

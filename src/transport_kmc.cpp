@@ -22,7 +22,6 @@ namespace {
 constexpr int kLineBuffer = 255;              // rate-file lines: at most 254 characters
 constexpr int kMaxSamples = 10000000;         // upper bound of tsimu / tsnap
 constexpr double kMaxHopsPerSample = 1e10;    // upper bound of tsnap / (1/K) for every molecule
-constexpr double kBoltzmannMeV = 8.617333262e-2;  // meV/K
 
 const char* const kTrackHeader =
     "#      t,ns         x,angs         y,angs         z,angs         r2,A^2     istep\n";
@@ -220,7 +219,7 @@ MCSettings Transport::MC_settings(bool cartesian_r2) const {
 
 void Transport::MC_write_hoprates(const char* name, bool dynamic) const {
   std::FILE* f = open_output(name);
-  const double kT = kBoltzmannMeV * temp;
+  const double kT = kMCBoltzmannMeV * temp;
   double v_factor = 1.0, e_factor = 1.0;
   if (dynamic) {
     std::fprintf(f,
