@@ -2,83 +2,63 @@
 // rates from a simple distance law, k = 1000 exp(-2 (r - 4)) 1/ns for a centre-of-mass
 // distance r in angstrom. Each iteration runs one trajectory of about a million hops.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <cmath>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 
+#include "hop_network.h"
 #include "transport.h"
 #include "util.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
-class Crystal : public Transport {
- public:
-  using Transport::MC_trajectory;
-  using Transport::MC_trajectory_ran2;
-  using Transport::MCEngine;
+// The hop network of a crystal's neighbour list with rates by distance; the mean residence
+// time sets the simulated time of ~1e6 hops, sampled 100 times.
+struct Crystal {
+  HopEngine engine;
+  MCSettings settings;
+  size_t neighbours = 0;
 
   explicit Crystal(const std::string& cif) {
-    const fs::path old = fs::current_path();
-    const fs::path dir = fs::temp_directory_path() / ("kavri-bench-kmc-" + std::to_string(getpid()));
-    fs::create_directories(dir);
-    fs::current_path(dir);
+    Transport t;
+    t.apply_keyword("crystal", cif);
+    t.read_crystal_strcuture_files(false, false);
+    t.post_data_read_treatment(false);
+    t.build_neighbor_list(false, false);
 
-    read_data_cif(cif.c_str(), false);
-    struct_source = 2;
-    read_crystal_strcuture_files(false, false);
-    chargetype = "h";
-    post_data_read_treatment(false);
-    build_neighbor_list(false, false);
-
-    // Rates by distance; the mean residence time sets the simulated time of ~1e6 hops.
-    std::ofstream w("WH.dat");
-    w << nmols_uc << "\n";
+    MCNetwork net;
+    net.lattice = t.lattice();
+    const int nmol = t.get_nmols_uc();
+    net.hops.resize(nmol);
     double mean_dt = 0.0;
-    for (int i = 0; i < nmols_uc; ++i) {
-      w << nei_count[i] << "\n";
+    for (int i = 0; i < nmol; ++i) {
       double K = 0.0;
-      for (int k = 0; k < nei_count[i]; ++k) {
-        const double* d = &nei_disp[i][3 * k];
-        double r2 = 0.0;
-        for (int a = 0; a < 3; ++a) {
-          const double c = latt[a][0] * d[0] + latt[a][1] * d[1] + latt[a][2] * d[2];
-          r2 += c * c;
-        }
-        const double rate = 1000.0 * std::exp(-2.0 * (std::sqrt(r2) - 4.0));
-        K += rate;
-        char line[96];
-        std::snprintf(line, sizeof line, "%.4f A %.10e 1/ns 0.0 meV\n", std::sqrt(r2), rate);
-        w << line;
+      for (int k = 0; k < t.get_nei_count(i); ++k) {
+        MCHop h;
+        h.target = t.get_nei_mol(i, k);
+        int shift[3];
+        t.get_nei_shift(i, k, shift);
+        h.a = shift[0];
+        h.b = shift[1];
+        h.c = shift[2];
+        h.d = Fractional(&t.get_nei_disp(i)[3 * k]);
+        const Cartesian p = net.lattice.to_cartesian(h.d);
+        const double r = std::sqrt(p[0] * p[0] + p[1] * p[1] + p[2] * p[2]);
+        h.rate = 1000.0 * std::exp(-2.0 * (r - 4.0));
+        K += h.rate;
+        net.hops[i].push_back(h);
       }
-      mean_dt += 1.0 / K / nmols_uc;
+      mean_dt += 1.0 / K / nmol;
+      neighbours += net.hops[i].size();
     }
-    w.close();
-    tsimu = 1e6 * mean_dt;
-    tsnap = tsimu / 100;
-    // The initialisation messages would mix with the benchmark table.
-    std::fflush(stdout);
-    const int saved = dup(STDOUT_FILENO);
-    const int null = open("/dev/null", O_WRONLY);
-    if (null >= 0) dup2(null, STDOUT_FILENO);
-    MC_init();
-    std::fflush(stdout);
-    if (saved >= 0) dup2(saved, STDOUT_FILENO);
-    if (null >= 0) close(null);
-    if (saved >= 0) close(saved);
-    fs::current_path(old);
-    fs::remove_all(dir);
-    for (const MCSite& site : mc_sites) neighbours += site.nhops;
+    engine = HopEngine(std::move(net));
+    const double tsimu = 1e6 * mean_dt;
+    settings.tsnap = tsimu / 100;
+    settings.nrec = static_cast<int>(tsimu / settings.tsnap + 0.5);
   }
-  size_t neighbours = 0;
 };
 
 std::string crystal(const char* name) {
@@ -102,9 +82,10 @@ void report(benchmark::State& state, const Crystal& m, long long hops) {
 // Per-trajectory Mersenne Twister, as the multi-trajectory runs use.
 void BM_KmcHopsMT(benchmark::State& state) {
   Crystal& m = model(static_cast<int>(state.range(0)));
-  std::mt19937 gen(12345);
+  MCGenerator gen(12345);
+  MCSamples out(m.settings.nrec);
   long long hops = 0;
-  for (auto _ : state) hops += m.MC_trajectory(gen, Crystal::MCEngine::Static, true);
+  for (auto _ : state) hops += m.engine.trajectory(MCEngine::Static, gen, m.settings, out);
   report(state, m, hops);
 }
 
@@ -112,8 +93,11 @@ void BM_KmcHopsMT(benchmark::State& state) {
 void BM_KmcHopsRan2(benchmark::State& state) {
   Crystal& m = model(static_cast<int>(state.range(0)));
   idum = -1;
+  MCSettings cell_r2 = m.settings;
+  cell_r2.cartesian_r2 = false;
+  MCSamples out(cell_r2.nrec);
   long long hops = 0;
-  for (auto _ : state) hops += m.MC_trajectory_ran2(Crystal::MCEngine::Static);
+  for (auto _ : state) hops += m.engine.trajectory_ran2(MCEngine::Static, cell_r2, out);
   report(state, m, hops);
 }
 

@@ -29,11 +29,9 @@ namespace fs = std::filesystem;
 
 constexpr int kRuns = 16;
 
-class Network : public Transport {
+// The example calculation read and initialised as kavri_mobility does it.
+class Network {
  public:
-  using Transport::MC_trajectory;
-  using Transport::MCEngine;
-
   Network() {
     dir_ = fs::temp_directory_path() / ("kavri-bench-mobility-" + std::to_string(getpid()));
     fs::create_directories(dir_);
@@ -49,17 +47,19 @@ class Network : public Transport {
     std::fflush(stdout);
     const int saved = dup(1), null = open("/dev/null", O_WRONLY);
     dup2(null, 1);
-    read_kavri_inp("kavri.inp", false);
-    read_crystal_strcuture_files(false, false);
-    post_data_read_treatment(false);
-    set_MC_seed(1);
-    MC_init();
+    model.read_kavri_inp("kavri.inp", false);
+    model.read_crystal_strcuture_files(false, false);
+    model.post_data_read_treatment(false);
+    model.set_MC_seed(1);
+    model.MC_init();
     std::fflush(stdout);
     dup2(saved, 1);
     close(saved);
     close(null);
   }
   ~Network() { fs::remove_all(dir_); }
+
+  Transport model;
 
  private:
   fs::path dir_;
@@ -86,7 +86,7 @@ void BM_MobilityThreads(benchmark::State& state) {
   double seconds = 0.0;
   for (auto _ : state) {
     const auto start = std::chrono::steady_clock::now();
-    run_mobility_blocks(net, plan, &hops);
+    run_mobility_blocks(net.model, plan, &hops);
     seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     total += hops;
   }
@@ -98,32 +98,35 @@ void BM_MobilityThreads(benchmark::State& state) {
 
 void BM_EngineOneThread(benchmark::State& state) {
   Network& net = network();
+  const HopEngine& engine = net.model.MC_engine();
+  const MCSettings settings = net.model.MC_settings(true);
+  MCSamples out(settings.nrec);
   long long hops = 0;
   int run = 0;
   for (auto _ : state) {
-    std::mt19937 gen(static_cast<std::uint32_t>(++run));
-    hops += net.MC_trajectory(gen, Network::MCEngine::Static, true);
+    MCGenerator gen(static_cast<std::uint32_t>(++run));
+    hops += engine.trajectory(MCEngine::Static, gen, settings, out);
   }
   state.counters["hops_per_s"] = benchmark::Counter(static_cast<double>(hops), benchmark::Counter::kIsRate);
 }
 
 // The hop network of a P1 supercell with rates k = 1000 exp(-2 (r - 4)) 1/ns by the Cartesian
 // hop length r, straight from the neighbour list.
-class Supercell : public Transport {
- public:
+struct Supercell {
   explicit Supercell(const std::string& cif) {
-    read_data_cif(cif.c_str(), false);
-    struct_source = 2;
-    read_crystal_strcuture_files(false, false);
-    post_data_read_treatment(false);
-    build_neighbor_list(false, false);
-    net.nsites = nmols_uc;
-    for (int i = 0; i < nmols_uc; ++i)
-      for (int k = 0; k < nei_count[i]; ++k) {
-        NetworkHop h{i, nei_mol[i][k], 0.0, {0, 0, 0}};
+    Transport t;
+    t.apply_keyword("crystal", cif);
+    t.read_crystal_strcuture_files(false, false);
+    t.post_data_read_treatment(false);
+    t.build_neighbor_list(false, false);
+    const Lattice lattice = t.lattice();
+    net.nsites = t.get_nmols_uc();
+    for (int i = 0; i < net.nsites; ++i)
+      for (int k = 0; k < t.get_nei_count(i); ++k) {
+        NetworkHop h{i, t.get_nei_mol(i, k), 0.0, {0, 0, 0}};
         double r2 = 0.0;
         for (int a = 0; a < 3; ++a) {
-          for (int c = 0; c < 3; ++c) h.d[a] += latt[a][c] * nei_disp[i][3 * k + c];
+          for (int c = 0; c < 3; ++c) h.d[a] += lattice.m[a][c] * t.get_nei_disp(i)[3 * k + c];
           r2 += h.d[a] * h.d[a];
         }
         h.rate = 1000.0 * std::exp(-2.0 * (std::sqrt(r2) - 4.0));

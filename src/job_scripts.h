@@ -2,6 +2,7 @@
 // nodes, wall time, environment modules, executables, working-directory names).
 // The job-script writers for PBS, SLURM, LSF and a local shell build on these settings.
 #pragma once
+#include <array>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,9 @@ constexpr int SCHED_MC_ARRAY = 420;
 
 // Back-ends of the job-script writers, in the order of the scheduler types.
 enum JobBackend : int { kPbs = 0, kSlurm = 1, kLsf = 2, kLocal = 3 };
+// The back-end of scheduler type `sched_index`; outside 0..3 fatal at the dispatcher's `line`
+// ("Unknown job scheduling type!" on standard error, status -1).
+int job_backend(int sched_index, int line);
 
 class Jobscript {
  public:
@@ -41,9 +45,14 @@ class Jobscript {
   std::string get_job_script_ext() const;
   int get_run_nodes() const { return qc_nodes; }
   int get_run_ppn() const { return qc_ppn; }
+  // The wall time as days, hours, minutes, seconds.
+  std::array<int, 4> get_walltime() const {
+    return {walltime_days, walltime_hours, walltime_minutes, walltime_seconds};
+  }
   std::string getFileName(const std::string& path) const;
 
   void set_environment_module_gau_flag(bool on) { module_qc_flag = on; }
+  bool get_environment_module_gau_flag() const { return module_qc_flag; }
   void set_environment_module_kavri_flag(bool on) { module_kavri_flag = on; }
   void set_environment_module_mpich2_gnu_flag(bool on) { module_mpich2_flag = on; }
   void set_job_moo_flag(bool on) { moo_flag = on ? 1 : 0; }

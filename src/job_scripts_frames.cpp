@@ -55,11 +55,13 @@ const char* Jobscript::job_task_var(int backend) {
   return vars[backend];
 }
 
-int Jobscript::job_backend_or_fail(int line) const {
+int job_backend(int sched_index, int line) {
   if (sched_index < kPbs || sched_index > kLocal)
     fatal_error("job_scripts", line, FatalStream::Err, "Unknown job scheduling type!\n", -1);
   return sched_index;
 }
+
+int Jobscript::job_backend_or_fail(int line) const { return job_backend(sched_index, line); }
 
 std::string Jobscript::job_script_text(int backend, const JobFrame& f,
                                        const std::string& body) const {

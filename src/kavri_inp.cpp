@@ -4,8 +4,11 @@
 #include "kavri_inp.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
+#include <type_traits>
 
 #include "util.h"
 #include "util_error.h"
@@ -151,6 +154,35 @@ const KavriInp::KeywordRow* KavriInp::find_keyword(const std::string& key) {
   }
   return nullptr;
 }
+
+// The rows hand out their field for writing; the view only reads through it.
+template <class T>
+std::optional<T> KavriInp::setting(const std::string& key) const {
+  const KeywordRow* row = find_keyword(key);
+  if (!row || !row->field) return std::nullopt;
+  const FieldRef field = row->field(const_cast<KavriInp&>(*this));
+  return std::visit(
+      [](auto* p) -> std::optional<T> {
+        using F = std::remove_pointer_t<decltype(p)>;
+        if constexpr (std::is_same_v<F, T>) {
+          return *p;
+        } else if constexpr (std::is_array_v<F>) {
+          using E = std::remove_extent_t<F>;
+          if constexpr (std::is_same_v<T, std::array<E, 3>>) return T{(*p)[0], (*p)[1], (*p)[2]};
+        }
+        return std::nullopt;
+      },
+      field);
+}
+
+template std::optional<int> KavriInp::setting(const std::string&) const;
+template std::optional<double> KavriInp::setting(const std::string&) const;
+template std::optional<bool> KavriInp::setting(const std::string&) const;
+template std::optional<std::string> KavriInp::setting(const std::string&) const;
+template std::optional<std::array<int, 3>> KavriInp::setting(const std::string&) const;
+template std::optional<std::array<double, 3>> KavriInp::setting(const std::string&) const;
+template std::optional<std::vector<int>> KavriInp::setting(const std::string&) const;
+template std::optional<std::vector<double>> KavriInp::setting(const std::string&) const;
 
 void KavriInp::store_value(const KeywordRow& row, const std::string& raw_value) {
   if (!row.field) return;

@@ -2,8 +2,10 @@
 // ("kavri.inp"), holds every setting of the "&transport" section with its default, applies
 // the KAVRI_* environment variables, and loads the crystal named by the `crystal` key.
 #pragma once
+#include <array>
 #include <cctype>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -61,7 +63,6 @@ class KavriInp : public FileIO, public Jobscript {
   // Whether the file of the last read set `key` (under its name or its older spelling).
   bool key_given(const std::string& key) const;
 
- protected:
   // ---- keyword table of the "&transport" section (rows in kavri_inp_keys.cpp)
   enum class KeyType {
     Int,        // leading integer (strtol, base 10)
@@ -89,6 +90,20 @@ class KavriInp : public FileIO, public Jobscript {
   static const KeywordRow keyword_table[];
   static const std::size_t keyword_count;
   static const KeywordRow* find_keyword(const std::string& key);
+
+  // The current value of the setting that the row of `key` fills, read-only: T is the
+  // field's type (std::array for the three-component keys). Empty for an unknown key, a key
+  // with its own syntax, or another T.
+  template <class T>
+  std::optional<T> setting(const std::string& key) const;
+  // Settings of the keys with their own syntax.
+  const std::vector<double>& get_reorg_outer_radii() const { return reorg_outer_radii; }
+  double get_reorg_outer_cutoff() const { return reorg_outer_cutoff; }
+  bool get_thinfilm_flag() const { return thinfilm_flag; }
+  int get_thinfilm_dir() const { return thinfilm_dir; }
+  const std::string& get_qc_inp_append() const { return qc_inp_append; }
+
+ protected:
   void store_value(const KeywordRow& row, const std::string& raw_value);
 
   // ---- keys with their own handling (kavri_inp.cpp); each takes the untrimmed value

@@ -110,8 +110,8 @@ std::vector<BlockSums> run_mobility_blocks(const Transport& model, const RunPlan
         std::unique_lock<std::mutex> guard(lock);
         changed.wait(guard, [&] { return i - next_add < window; });
       }
-      std::mt19937 gen = plan.seeded ? model.MC_seeded_generator(i + 1)
-                                     : std::mt19937(device_seeds[i - begin]);
+      MCGenerator gen = plan.seeded ? model.MC_seeded_generator(i + 1)
+                                    : MCGenerator(device_seeds[i - begin]);
       Transport::MCSamples samples = model.MC_new_samples();
       hop_count += model.MC_trajectory_into(gen, samples);
       model.output_track(i + 1, plan.dir.c_str(), samples);

@@ -21,13 +21,9 @@ constexpr int HOMO_ADJUSTMENT = 9986;
 constexpr int LUMO_ADJUSTMENT = 9997;
 }  // namespace transport_lines
 
-// ==== kinetic Monte Carlo of charge hopping: error-site line numbers (transport_kmc.cpp)
-namespace kmc_lines {
-constexpr int RATE_VALUE = 5129;   // a NaN or infinite rate, or a total rate K <= 0 or inf
-constexpr int OUTPUT_OPEN = 5213;  // a track, rate-table or hop-rate report cannot be written
-constexpr int NREC_RANGE = 5247;   // tsimu / tsnap gives no usable number of samples
-constexpr int TIME_STEP = 5255;    // a residence time too short for the sampling interval
-}  // namespace kmc_lines
+// ==== kinetic Monte Carlo of charge hopping: the hopping engine and its error-site lines
+#include "hop_network.h"
+// ==== end of kinetic Monte Carlo engine
 
 class Transport : public KavriInp {
  public:
@@ -80,7 +76,9 @@ class Transport : public KavriInp {
 
   // ==== kinetic Monte Carlo of charge hopping (transport_kmc.cpp) ====
   // A charge hops over the neighbour network with the rates of "WH.dat"/"WL.dat"; each
-  // trajectory is sampled every tsnap ns up to tsimu ns and written as a track file.
+  // trajectory is sampled every tsnap ns up to tsimu ns and written as a track file. The
+  // operations build the hop network from the neighbour list and the rates read, and run the
+  // hopping engine of hop_network.h over it.
   void read_MC_w0();
   void MC_init();
   void MC_simulation_one(int run, const char* dir);
@@ -102,22 +100,25 @@ class Transport : public KavriInp {
   // site energies (meV).
   void set_MC_dynamic_disorder_widths(double sigma_V, double sigma_E);
 
+  // The hop network of the neighbour list with the rates read by read_MC_w0, and the settings
+  // the trajectories of this model run with.
+  MCNetwork MC_network() const;
+  MCSettings MC_settings(bool cartesian_r2) const;
+  // The engine built by MC_init.
+  const HopEngine& MC_engine() const { return mc_engine; }
+
   // The hop that a uniform variate u selects from molecule `mol`, as the engines choose it;
   // the thin-film form also gives the total allowed rate for the displacement D.
   int MC_select_hop(int mol, double u) const;
   int MC_select_hop_thinfilm(int mol, const double D[3], double u, double* ktotal) const;
 
-  // Samples of one trajectory, nrec + 1 of each, owned by the caller.
-  struct MCSamples {
-    std::vector<int> steps;
-    std::vector<double> time, pos, r2;  // ns; angstrom, 3 per sample; angstrom^2
-  };
-  MCSamples MC_new_samples() const;
+  using MCSamples = ::MCSamples;
+  MCSamples MC_new_samples() const { return MCSamples(mc_nrec); }
   // One trajectory of the static engine (as MC_run_openMP runs it) with generator `gen` into
   // `out`. It only reads the hop tables, so threads can run trajectories at the same time.
-  long long MC_trajectory_into(std::mt19937& gen, MCSamples& out) const;
+  long long MC_trajectory_into(MCGenerator& gen, MCSamples& out) const;
   // The generator of run number `run` (from 1) when a seed is set: (seed, run).
-  std::mt19937 MC_seeded_generator(int run) const { return MC_trajectory_generator(nullptr, run); }
+  MCGenerator MC_seeded_generator(int run) const { return mc_seeded_generator(mc_seed, run); }
   // Track file of run `run` and the average track from given samples (its steps ignored).
   void output_track(int run, const char* dir, const MCSamples& s) const;
   void output_track_ave(const char* dir, const MCSamples& ave) const;
@@ -125,59 +126,36 @@ class Transport : public KavriInp {
   bool is_MC_initialized() const { return mc_initialized; }
   int get_MC_nrec() const { return mc_nrec; }
   int get_MC_max_nhops() const { return mc_max_nhops; }
-  int get_MC_nhops(int mol) const;
+  int get_MC_nhops(int mol) const { return mc_engine.nhops(mol); }
   double get_MC_rate(int mol, int hop) const { return mc_rates[mol][hop]; }
-  double get_MC_residence_time(int mol) const { return mc_sites[mol].dt; }
-  const std::vector<int>& get_MC_steps() const { return mc_steps; }
-  const std::vector<double>& get_MC_time() const { return mc_time; }
-  const std::vector<double>& get_MC_pos() const { return mc_pos; }
-  const std::vector<double>& get_MC_r2() const { return mc_r2; }
+  double get_MC_residence_time(int mol) const { return mc_engine.residence_time(mol); }
+  const std::vector<int>& get_MC_steps() const { return mc_samples.steps; }
+  const std::vector<double>& get_MC_time() const { return mc_samples.time; }
+  const std::vector<double>& get_MC_pos() const { return mc_samples.pos; }
+  const std::vector<double>& get_MC_r2() const { return mc_samples.r2; }
   const std::vector<double>& get_MC_sum_time() const { return mc_sum_time; }
   const std::vector<double>& get_MC_sum_pos() const { return mc_sum_pos; }
   const std::vector<double>& get_MC_sum_r2() const { return mc_sum_r2; }
 
  protected:
   // ---- kinetic Monte Carlo state
-  enum class MCEngine { Static, ThinFilm, DynamicDisorder };
-  // One trajectory into the sample arrays; returns the number of hops made. The squared
-  // displacement is |M.D|^2 (angstrom^2) when `cartesian_r2`, else |D|^2 in cell units.
-  long long MC_trajectory(std::mt19937& gen, MCEngine engine, bool cartesian_r2);
-  // The same on the process-wide ran2 stream, with |D|^2 as squared displacement.
-  long long MC_trajectory_ran2(MCEngine engine);
-  template <class Uniform>
-  long long MC_trajectory_with(Uniform& uniform, MCEngine engine, bool cartesian_r2);
   // nruns trajectories with their own generators, track files and the average track.
   void MC_run_trajectories(const char* dir, int nruns, MCEngine engine);
-  void MC_build_hop_tables();
+  // One trajectory on the process-wide ran2 stream into mc_samples, its track and its sums.
+  void MC_run_ran2_trajectory(int run, const char* dir, MCEngine engine);
   void MC_add_to_sums();
   void MC_reset_sums();
   void MC_average(int nruns);
   void MC_write_hoprates(const char* name, bool dynamic) const;
-  void MC_seed_ran2(int run);
-  std::mt19937 MC_trajectory_generator(std::random_device* device, int run) const;
 
   bool mc_initialized = false;
   int mc_max_nhops = 0;
   int mc_nrec = 0;
   double mc_temp = 0.0;
   std::vector<std::vector<double>> mc_rates;  // k_ij per molecule and hop, 1/ns
-  // Hop tables, flat over all hops: molecule i owns the block of entries from
-  // mc_sites[i].begin, its hops first, padded to a multiple of four entries with running
-  // sums of +inf (one empty molecule stands in for a cell without molecules). The rates are
-  // finite and non-negative, so the running sums ascend; a molecule whose rates are all 0
-  // has sums of NaN, which no variate exceeds.
-  struct MCSite {
-    int begin;  // first entry of the molecule's block
-    int nhops;  // number of hops
-    double dt;  // residence time 1/K, ns (infinite for K = 0)
-  };
-  std::vector<MCSite> mc_sites;
-  std::vector<int> mc_target;
-  std::vector<double> mc_cum;   // running sums p_0 + ... + p_j of the hop probabilities
-  std::vector<double> mc_disp;  // hop vectors, cell coordinates, 3 per hop
+  HopEngine mc_engine;                        // hop tables of the network, built by MC_init
   // Samples of the current trajectory (mc_nrec + 1 each) and their sums over trajectories.
-  std::vector<int> mc_steps;
-  std::vector<double> mc_time, mc_pos, mc_r2;
+  MCSamples mc_samples;
   std::vector<double> mc_sum_steps, mc_sum_time, mc_sum_pos, mc_sum_r2;
   bool mc_seeded = false;
   std::uint64_t mc_seed = 0;

@@ -217,14 +217,6 @@ Ending ending_of_step(F step) {
   return ending_of(fatal, status, out);
 }
 
-class Probe : public SiteEnergy {
- public:
-  using FileIO::mol_file_names;
-  using FileIO::struct_source;
-  using KavriInp::chargetype;
-  using KavriInp::reorg_outer_code;
-};
-
 }  // namespace
 
 // The rows of "Bad inputs" that are about files rather than their bytes: a file that is
@@ -236,44 +228,44 @@ TEST(HostileInputs, FilesMissingOrNotRegularEndOnTheirReadersLines) {
   const std::string absent = (dir / "absent").string();
   const std::string a_dir = (dir / "dir.cif").string();
   const Ending open_inp{"kavri_inp", 228, 255};
-  EXPECT_EQ(ending_of_step([&] { Probe().read_kavri_inp(absent.c_str(), false); }), open_inp);
-  EXPECT_EQ(ending_of_step([&] { Probe().read_kavri_inp(a_dir.c_str(), false); }), open_inp);
+  EXPECT_EQ(ending_of_step([&] { SiteEnergy().read_kavri_inp(absent.c_str(), false); }), open_inp);
+  EXPECT_EQ(ending_of_step([&] { SiteEnergy().read_kavri_inp(a_dir.c_str(), false); }), open_inp);
   const Ending open_cif{"fileio", 3180, 255};
-  EXPECT_EQ(ending_of_step([&] { Probe().read_data_cif(absent.c_str(), false); }), open_cif);
-  EXPECT_EQ(ending_of_step([&] { Probe().read_data_cif(a_dir.c_str(), false); }), open_cif);
+  EXPECT_EQ(ending_of_step([&] { SiteEnergy().read_data_cif(absent.c_str(), false); }), open_cif);
+  EXPECT_EQ(ending_of_step([&] { SiteEnergy().read_data_cif(a_dir.c_str(), false); }), open_cif);
   const Ending open_mol{"fileio", 4026, 255};
-  EXPECT_EQ(ending_of_step([&] { Probe().read_data_mol(absent.c_str(), 0, false); }), open_mol);
-  EXPECT_EQ(ending_of_step([&] { Probe().read_data_mol(a_dir.c_str(), 0, false); }), open_mol);
+  EXPECT_EQ(ending_of_step([&] { SiteEnergy().read_data_mol(absent.c_str(), 0, false); }),
+            open_mol);
+  EXPECT_EQ(ending_of_step([&] { SiteEnergy().read_data_mol(a_dir.c_str(), 0, false); }), open_mol);
 
   // Energy tables: each of the four names missing, and one that is a directory.
   const fs::path data = dir / "data";
   fs::create_directories(data);
-  const auto tables_ending = [&](const char* chargetype, int outer) {
+  const auto tables_ending = [&](const char* chargetype, bool dielectric) {
     return ending_of_step([&] {
-      Probe p;
+      SiteEnergy p;
       p.set_data_dir(data.string());
-      p.chargetype = chargetype;
-      p.reorg_outer_code = outer;
+      p.apply_keyword("chargetype", chargetype);
+      if (dielectric) p.apply_keyword("reorg_outer", "dielectric 1 1");
       p.write_site_energies(false);
     });
   };
-  EXPECT_EQ(tables_ending("h", 0), (Ending{"pr_siteenergy", 103, 255}));
-  EXPECT_EQ(tables_ending("e", 0), (Ending{"pr_siteenergy", 138, 255}));
+  EXPECT_EQ(tables_ending("h", false), (Ending{"pr_siteenergy", 103, 255}));
+  EXPECT_EQ(tables_ending("e", false), (Ending{"pr_siteenergy", 138, 255}));
   std::ofstream(data / "SE_einternal-h.dat") << "0\n";
   std::ofstream(data / "SE_einternal-e.dat") << "0\n";
-  EXPECT_EQ(tables_ending("h", 3), (Ending{"pr_siteenergy", 194, 255}));
-  EXPECT_EQ(tables_ending("e", 3), (Ending{"pr_siteenergy", 229, 255}));
+  EXPECT_EQ(tables_ending("h", true), (Ending{"pr_siteenergy", 194, 255}));
+  EXPECT_EQ(tables_ending("e", true), (Ending{"pr_siteenergy", 229, 255}));
   fs::create_directories(data / "SE_emultipole-h.dat");
-  EXPECT_EQ(tables_ending("h", 3), (Ending{"pr_siteenergy", 194, 255}));
-  EXPECT_EQ(tables_ending("h", 0), kNormal);
+  EXPECT_EQ(tables_ending("h", true), (Ending{"pr_siteenergy", 194, 255}));
+  EXPECT_EQ(tables_ending("h", false), kNormal);
 
   const fs::path mol = dir / "unknown.mol";
   std::ofstream(mol) << "x\n\n\n  1  0  0  0  0  0  0  0  0  0999 V2000\n"
                         "    0.0000    0.0000    0.0000 Xx  0  0  0  0  0  0  0  0  0  0  0  0\n";
   EXPECT_EQ(ending_of_step([&] {
-              Probe p;
-              p.mol_file_names = {mol.string()};
-              p.struct_source = 1;
+              SiteEnergy p;
+              p.apply_keyword("molecule", "1 " + mol.string());
               p.read_crystal_strcuture_files(false, false);
             }),
             (Ending{"fileio", 4652, 1}));

@@ -23,17 +23,11 @@ using test_support::slurp;
 
 namespace {
 
-// Opens the scheduler settings to the tests.
-class Jobs : public Jobscript {
- public:
-  using Jobscript::job_slot_limit, Jobscript::sched_index;
-  void use(const char* type) {
-    sched_type = type;
-    parse_scheduling_type();
-  }
-};
-
-
+// The scheduler type as the input file's key sets it.
+void use(KavriInp& jobs, const char* type) {
+  jobs.apply_keyword("sched_type", type);
+  jobs.parse_scheduling_type();
+}
 
 int run(const std::string& command) { return std::system(command.c_str()); }
 
@@ -51,7 +45,7 @@ class JobScripts : public ::testing::Test {
   }
 
   const std::string dir = ::testing::TempDir() + "kavri-jobs-" + std::to_string(getpid());
-  Jobs jobs;
+  KavriInp jobs;
 };
 
 // The input-file reader feeds the site-energy script of each back-end: its SLURM day split,
@@ -126,12 +120,12 @@ cd ${LS_SUBCWD}
 
 TEST_F(JobScripts, ArrayDirectivesAndTaskBodies) {
   const auto array = [&](const char* type, const std::vector<int>& tasks, int ntasks) {
-    jobs.use(type);
+    use(jobs, type);
     jobs.write_calc_transint_job_array(dir + "/ta", 1, 8, "ti", "r", tasks, ntasks, "ti.x", "/out");
     return text("ta");
   };
   EXPECT_TRUE(has_line(array("pbs", {3, 7, 9}, 0), "#PBS -t 3,7,9"));
-  jobs.job_slot_limit = 2;
+  jobs.apply_keyword("job_slot_limit", "2");
   EXPECT_TRUE(has_line(array("pbs", {}, 5), "#PBS -t 1-5%2"));
   const std::string lsf = array("lsf", {}, 5);
   EXPECT_TRUE(has_line(lsf, "#BSUB -J ti[1-5]%2") && has_line(lsf, "#BSUB -oo stdout-ti-%I"));
@@ -151,26 +145,24 @@ TEST_F(JobScripts, ArrayDirectivesAndTaskBodies) {
   jobs.write_orca_HL_job(dir + "/o", 1, 8, "o", "o.run", "m1", "/out");
   EXPECT_TRUE(has_line(text("o"), "DataDir = /calc/HL"));
   EXPECT_TRUE(has_line(text("o"), "    cd ${DataDIR}"));
-  jobs.use("slurm");
+  use(jobs, "slurm");
   jobs.write_gaussian_HL_job_array(dir + "/ga", 1, 8, "ga", "ga.run", {}, 3, "mol", "/out");
   EXPECT_TRUE(has_line(text("ga"), "        touch /calc/HL/ERROR-HL_mol-${PBS_ARRAYID}"));
 }
 
-// The header goes to standard output, the message to standard error; the status is -1.
+// The header goes to standard output, the message to standard error; the status is -1. Every
+// dispatcher takes its back-end from job_backend with its own line (no scheduler name gives a
+// type outside 0..3).
 TEST_F(JobScripts, FatalPaths) {
   const std::string unknown = "Unknown job scheduling type!\n", missing = dir + "/none/job";
-  jobs.sched_index = 4;
-  EXPECT_EXIT((std::fflush(stdout), dup2(2, 1),
-               jobs.write_calc_siteEner_job(dir + "/x", 1, 1, "j", "m", "c", ".")),
+  EXPECT_EXIT((std::fflush(stdout), dup2(2, 1), job_backend(4, job_scripts_lines::SCHED_SITEENER)),
               testing::ExitedWithCode(255),
               testing::Eq("\nERROR  transport : job_scripts : line 131 : \n" + unknown));
-  jobs.sched_index = -1;
-  EXPECT_EXIT((dup2(open("/dev/null", O_WRONLY), 1),
-               jobs.write_orca_RE_job(dir + "/x", 1, 1, "j", "m", "r", "c", ".")),
+  EXPECT_EXIT((dup2(open("/dev/null", O_WRONLY), 1), job_backend(-1, 0)),
               testing::ExitedWithCode(255), testing::Eq(unknown));
   // The progress words ("gaussian" for every kind of job, no line end) come before the file
   // is opened.
-  jobs.use("lsf");
+  use(jobs, "lsf");
   jobs.set_job_scripts_verbose(true);
   EXPECT_EXIT(
       (std::fflush(stdout), dup2(2, 1), jobs.write_MC_job(missing, 1, 1, "j", "m", "c", ".")),
@@ -316,7 +308,7 @@ TEST_F(JobScripts, EveryFamilyOnEveryBackendMatchesItsKeptScript) {
     EXPECT_EQ(text, slurp(kept + name + ext)) << name << ext;
   };
   for (int b = 0; b < 4; ++b) {
-    jobs.use(types[b]);
+    use(jobs, types[b]);
     for (const auto& f : sevens) {
       const bool se = std::string(f.name) == "siteEner";
       check(f.name, b, [&](int k, const std::string& file) {
@@ -342,7 +334,7 @@ TEST_F(JobScripts, ScriptsAreValidShell) {
   const bool shellcheck = run("command -v shellcheck >/dev/null 2>&1") == 0;
   const std::string d = dir + "/", out = "/out";
   for (const char* type : {"pbs", "slurm", "lsf", "local"}) {
-    jobs.use(type);
+    use(jobs, type);
     jobs.write_calc_siteEner_job(d + "se", 1, 4, "se", "se.run", "kavri_siteenergy", out);
     jobs.write_orca_RE_job(d + "ore", 1, 4, "ore", "ore.run", "m1", "orca re.inp", out);
     jobs.write_qchem_RE_job(d + "qre", 1, 4, "qre", "qre.run", "m1", "qchem re.inp", out);
@@ -365,7 +357,7 @@ TEST_F(JobScripts, ScriptsAreValidShell) {
 // A local script runs its command, then removes the marker in the work directory; a local
 // array runs its command once per task.
 TEST_F(JobScripts, LocalScriptsRunUnderSh) {
-  jobs.use("local");
+  use(jobs, "local");
   jobs.set_job_scripts_workdir(dir);
   std::ofstream(dir + "/se.run") << "running\n";
   std::ofstream(dir + "/record.sh") << "echo \"$*\" >> tasks.txt\n";
