@@ -11,6 +11,10 @@
 
 #include "lattice.h"
 
+struct Partition;
+struct MoleculeSites;
+struct Molecule;
+
 // One record of the element table.
 struct Element {
   char symbol[3];
@@ -236,32 +240,17 @@ class FileIO {
   // main scan goes on. Sets `atoms_read` when the atom-site loop has ended the scan.
   size_t scan_cif_loop(const std::vector<std::string_view>& lines, size_t first,
                        bool& atoms_read);
-  // Cartesian length of a fractional displacement and the bond test of two radii.
-  bool bonded(const double d[3], double ri, double rj, double& dist) const;
   // MOL reader: whether a slot index is valid for all four molecule arrays, and the V3000
   // block reader with its CTAB nesting depth.
   bool mol_slot_ok(int slot) const;
   bool read_v3000_blocks(std::istream& in, int slot, bool verbose, int depth);
-  void print_partition(bool verbose) const;
-  // Whole molecules: radii, growth from atom 0 (fast and reference; both return the number of
-  // atoms placed and move atoms to the bonded images), then the warning, centre and shift.
-  std::vector<double> whole_molecule_radii(int natoms, const int* types) const;
-  int grow_whole_molecule(int natoms, double* fx, const double* radii) const;
-  int grow_whole_molecule_reference(int natoms, double* fx, const double* radii) const;
-  // The whole-molecule bond test of free atom i against placed atom j: 1 when the
-  // displacement bonds as it stands, 2 when it bonds through the minimum image (d then holds
-  // that image), 0 when not bonded.
-  int whole_bond(int i, int j, const double* fx, const double* radii, double d[3]) const;
-  // Whether every pair that the whole-molecule test (radii `radii`, scale bond_dis_scale) can
-  // bond in this molecule was bonded by the partition (radii `partition_radii`, its scale)
-  // through the same image, round-off included.
-  bool partition_covers_whole_bonds(int natoms, const double* fx, const double* radii,
-                                    const double* partition_radii) const;
-  // Places atom k next to joined[k] for k = 1, 2, ...; returns false at the first atom that
-  // the whole-molecule test does not bond to its partner (fx is then partly moved).
-  bool grow_whole_molecule_joined(int natoms, double* fx, const double* radii,
-                                  const int* joined) const;
-  void finish_whole_molecule(int mol_number, int natoms, const int* types, double* fx,
-                             int nbonded, bool verbose) const;
+  // Bonds and whole molecules: the partition into its fields (printed when verbose); the atoms
+  // of one molecule (joins and partition radii may be null); a whole molecule printed and its
+  // positions written back to `fx`.
+  void store_partition(Partition partition, bool verbose);
+  MoleculeSites molecule_sites(int natoms, const int* types, const double* fx, const int* joined,
+                               const double* partition_radii) const;
+  static void store_whole_molecule(int mol_number, const Molecule& molecule, double* fx,
+                                   bool verbose);
   void print_overlap(size_t i, size_t j, const std::vector<double>& frac) const;
 };
