@@ -11,6 +11,9 @@
 
 #include "lattice.h"
 
+struct MolTarget;
+struct MolRead;
+class V3000Reader;
 struct Partition;
 struct MoleculeSites;
 struct Molecule;
@@ -240,10 +243,14 @@ class FileIO {
   // main scan goes on. Sets `atoms_read` when the atom-site loop has ended the scan.
   size_t scan_cif_loop(const std::vector<std::string_view>& lines, size_t first,
                        bool& atoms_read);
-  // MOL reader: whether a slot index is valid for all four molecule arrays, and the V3000
-  // block reader with its CTAB nesting depth.
+  // MOL reader: whether a slot index is valid for all four molecule arrays; where a read into
+  // `slot` stores, as it stands; what a read stored, put into the slot, the structure arrays
+  // and the V3000 reading state; one V3000 reader step from that state, its result stored.
   bool mol_slot_ok(int slot) const;
-  bool read_v3000_blocks(std::istream& in, int slot, bool verbose, int depth);
+  MolTarget mol_target(int slot) const;
+  void store_mol_read(const MolRead& read, int slot);
+  template <class Step>
+  bool v3000_step(int slot, Step step);
   // Bonds and whole molecules: the partition into its fields (printed when verbose); the atoms
   // of one molecule (joins and partition radii may be null); a whole molecule printed and its
   // positions written back to `fx`.
