@@ -21,6 +21,13 @@ namespace {
 
 using Positions = std::vector<Fractional>;
 
+// Pairs of kinds whose whole-molecule threshold the partition's does not cover are checked
+// one pair at a time, up to this many pairs per atom (plus a constant), for bond radii below
+// this (unknown elements have larger ones).
+constexpr double MAX_PAIR_TESTS_PER_ATOM = 8.0;
+constexpr double MAX_PAIR_TESTS = 256.0;
+constexpr double MAX_PAIR_RADIUS = 50.0;
+
 // Element record for an index from a file; an unknown element (-1) uses the dummy record.
 const Element& element_record(int index) {
   return Elements_m[(index >= 0 && index < NELEMENTS) ? index : 0];
@@ -131,6 +138,7 @@ bool partition_covers_whole_bonds(const BondTest& bonded, const Positions& fx,
   };
   constexpr size_t MAX_KINDS = 16;  // beyond this the pair check is not worth it
   std::vector<Kind> kinds;
+  std::vector<size_t> kind_of(natoms);
   double rmax = 0.0;
   std::vector<int> atoms(natoms);
   for (int k = 0; k < natoms; ++k) {
@@ -144,21 +152,50 @@ bool partition_covers_whole_bonds(const BondTest& bonded, const Positions& fx,
       ++it->count;
     } else {
       if (kinds.size() == MAX_KINDS) return false;
-      kinds.push_back({radii[k], partition_radii[k], 1});
+      it = kinds.insert(kinds.end(), {radii[k], partition_radii[k], 1});
     }
+    kind_of[k] = static_cast<size_t>(it - kinds.begin());
     rmax = std::max(rmax, radii[k]);
     atoms[k] = k;
   }
-  for (size_t a = 0; a < kinds.size(); ++a)
-    for (size_t b = a; b < kinds.size(); ++b) {
+  // Kinds whose whole-molecule threshold the partition's does not cover (O-O, Cl-Cl, ...):
+  // their pairs are checked one by one below, when there are few.
+  const size_t nkinds = kinds.size();
+  std::vector<char> uncovered(nkinds * nkinds, 0);
+  double pairs = 0.0;
+  for (size_t a = 0; a < nkinds; ++a)
+    for (size_t b = a; b < nkinds; ++b) {
       if (a == b && kinds[a].count < 2) continue;
       const double whole = (kinds[a].whole + kinds[b].whole) * bonded.scale;
       const double partition = (kinds[a].partition + kinds[b].partition) * partition_scale;
-      if (!(widened(whole) < partition)) return false;
+      if (widened(whole) < partition) continue;
+      if (!(kinds[a].partition < MAX_PAIR_RADIUS && kinds[b].partition < MAX_PAIR_RADIUS))
+        return false;
+      uncovered[a * nkinds + b] = uncovered[b * nkinds + a] = 1;
+      pairs += a == b ? 0.5 * kinds[a].count * (kinds[a].count - 1.0)
+                      : static_cast<double>(kinds[a].count) * kinds[b].count;
     }
+  if (pairs > MAX_PAIR_TESTS_PER_ATOM * natoms + MAX_PAIR_TESTS) return false;
   double reach[3];
   bond_grid_reach(lattice, widened(2.0 * rmax * bonded.scale), flat_positions(fx), atoms, reach);
-  return reach[0] < 0.5 && reach[1] < 0.5 && reach[2] < 0.5;
+  if (!(reach[0] < 0.5 && reach[1] < 0.5 && reach[2] < 0.5)) return false;
+  if (pairs == 0.0) return true;
+
+  // A pair of such kinds is covered when the partition bonded it, or when the length the
+  // partition measured (the same single-wrapped displacement of the same stored positions)
+  // is not below the widened whole-molecule threshold, which the length the partition
+  // measures for any pair that the whole-molecule test bonds stays below.
+  const BondTest partition_bond{lattice, partition_scale};
+  for (int i = 0; i < natoms; ++i)
+    for (int j = i + 1; j < natoms; ++j) {
+      if (!uncovered[kind_of[i] * nkinds + kind_of[j]]) continue;
+      double d[3], dist;
+      for (int c = 0; c < 3; ++c) d[c] = fx[j][c] - fx[i][c];
+      FileIO::PBC_scaled_disp_wrap(d);
+      if (partition_bond(d, partition_radii[i], partition_radii[j], dist)) continue;
+      if (!(dist >= widened((radii[i] + radii[j]) * bonded.scale))) return false;
+    }
+  return true;
 }
 
 // Places atom k next to joined[k] for k = 1, 2, ...; returns false at the first atom that the

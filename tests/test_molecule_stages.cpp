@@ -162,92 +162,114 @@ TEST(MoleculeStages, FastPathsMatchTheReferencesOnGeneratedCells) {
   EXPECT_LT(followed, molecules);
 }
 
-// The round-off margin of following the joins, where it is needed. Atom 0 sits just inside the
-// a face; atoms 1 and 3 lie past it and are moved by a cell, atom 2 stays. Atom 3 is bonded to
-// atom 2 and lies from atom 1 at a distance swept in ulps across the partition's bond
-// threshold; the bond scale of the whole molecules puts their C-C threshold a swept number of
-// ulps below the partition's. The partition measures 1-3 on the stored positions, the
-// whole-molecule test on atom 1 moved by a cell: along a long a axis the rounding of that
-// move is hundreds of ulps of the bond length. Where the partition leaves 1-3 unbonded (3
-// joins through 2) and the whole-molecule test bonds it, the reference places 3 next to 1,
-// whose displacement to 3 rounds on a finer grid than 2's (1 lies beyond 3 along a, 2 before
-// it), and the positions part in the last bit. The coverage check must refuse the joins at
-// such thresholds: with a margin below a few hundred ulps of the bond length the fast and
-// reference molecules differ here. Far enough below, the joins are followed.
+// The round-off margins of following the joins, where they are needed. Atom 0 sits just inside
+// the a face; atoms 1 and 3 lie past it and are moved by a cell, atom 2 stays. Atom 3 is bonded
+// to atom 2 and lies from atom 1 at a distance swept in ulps across a bond threshold. The
+// partition measures 1-3 on the stored positions, the whole-molecule test on atom 1 moved by a
+// cell: along a long a axis the rounding of that move is hundreds of ulps of the bond length.
+// Where the partition leaves 1-3 unbonded (3 joins through 2) and the whole-molecule test
+// bonds it, the reference places 3 next to 1, whose displacement to 3 rounds on a finer grid
+// than 2's (1 lies beyond 3 along a, 2 before it), and the positions part in the last bit.
+//  * C-C: the whole-molecule threshold is put a swept number of ulps below the partition's,
+//    and 1-3 swept across the partition's: the check of the two thresholds must refuse the
+//    joins near their meeting point.
+//  * O-O (1 and 3 oxygen): the whole-molecule threshold exceeds the partition's, and 1-3 is
+//    swept across the whole-molecule one: the check of that pair must refuse the joins near it.
+// With a margin below a few hundred ulps of the bond length the fast and reference molecules
+// differ here. Far enough from the thresholds, the joins are followed.
 TEST(MoleculeStages, JoinsMarginHoldsWhereBondThresholdsMeet) {
-  const double rC = partition_radius(6);
-  const double whole_c = FileIO().find_element_radius_from_index(6);
-  const double partition_scale = 1.15, threshold = 2.0 * rC * partition_scale;
-  const double a = 1000.0, b = 10.0;
+  const double partition_scale = 1.15, a = 1000.0, b = 10.0;
   const Lattice lattice = lattice_of(a, b, b, 90.0, 90.0, 90.0);
   int followed = 0, joined_through_2 = 0;
-  for (int v : {1 << 22, 1, 2, 4, 8, 16, 32, 64, 128, 256}) {
-    const double later = threshold / (2.0 * whole_c) * (1.0 - v * 0x1p-52);
-    for (int t = -64; t <= 512; t += 4) {
+  // Sweeps 1-3 across `centre` with the whole-molecule scale `later`.
+  auto sweep = [&](int pair_type, double centre, double later, const std::string& what) {
+    for (int t = -512; t <= 512; t += 4)
       for (int k = 0; k < 16; ++k) {
-        const double gap = threshold * (1.0 + t * 0x1p-52);
-        const double x3 = 0.05 + 0.0137 * k, x1 = x3 + 0.6 * threshold;
-        const double y3 = -std::sqrt(gap * gap - 0.36 * threshold * threshold);
-        Cell cell;
-        cell.lattice = lattice;
-        cell.sites = {{1.0 - 0.1 / a, 0.5 + 0.5 / b, 0.5},
-                      {x1 / a, 0.5, 0.5},
-                      {1.0 - (0.55 - x3) / a, 0.5 - 0.9 / b, 0.5},
-                      {x3 / a, 0.5 + y3 / b, 0.5}};
-        cell.types.assign(4, 6);
-        cell.radii.assign(4, rC);
+        const double gap = centre * (1.0 + t * 0x1p-52);
+        const double x3 = 0.05 + 0.0137 * k, x1 = x3 + 0.6 * centre;
+        const double y3 = -std::sqrt(gap * gap - 0.36 * centre * centre);
+        Cell cell{lattice,
+                  {6, pair_type, 6, pair_type},
+                  {{1.0 - 0.1 / a, 0.5 + 0.5 / b, 0.5},
+                   {x1 / a, 0.5, 0.5},
+                   {1.0 - (0.55 - x3) / a, 0.5 - 0.9 / b, 0.5},
+                   {x3 / a, 0.5 + y3 / b, 0.5}},
+                  {}};
+        for (int type : cell.types) cell.radii.push_back(partition_radius(type));
         const Partition p = partition_cell(cell.sites, cell.radii, lattice, partition_scale);
-        ASSERT_EQ(p.atoms, (std::vector<int>{0, 1, 2, 3}));
+        ASSERT_EQ(p.atoms, (std::vector<int>{0, 1, 2, 3})) << what;
         joined_through_2 += p.joined[3] == 2;
-        followed += whole_matches(molecule_of(cell, p, 0, 4), lattice, later,
-                                  "ulps below " + std::to_string(v) + ", gap step " +
-                                      std::to_string(t) + ", shift " + std::to_string(k));
+        followed += whole_matches(
+            molecule_of(cell, p, 0, 4), lattice, later,
+            what + ", gap step " + std::to_string(t) + ", shift " + std::to_string(k));
       }
-    }
-  }
-  EXPECT_GT(joined_through_2, 10000);
-  EXPECT_GT(followed, 2000);
+  };
+  const double partition_cc = 2.0 * partition_radius(6) * partition_scale;
+  const double whole_c = FileIO().find_element_radius_from_index(6);
+  for (int v : {1 << 22, 1, 2, 4, 8, 16, 32, 64, 128, 256})
+    sweep(6, partition_cc, partition_cc / (2.0 * whole_c) * (1.0 - v * 0x1p-52),
+          "C-C, ulps below " + std::to_string(v));
+  const double whole_oo = 2.0 * FileIO().find_element_radius_from_index(8) * partition_scale;
+  sweep(8, whole_oo, partition_scale, "O-O");
+  EXPECT_GT(joined_through_2, 20000);
+  EXPECT_GT(followed, 3000);
 }
 
-// Real cells read from crystal files: the fast partition gives the reference's molecules, with
-// the counts of the crystal, and every molecule is made whole along the joins, as the
-// reference makes it, also where the whole-molecule radii exceed the partition's (Cl).
+// Real cells read from crystal files, some repeated into supercells: the fast partition gives
+// the reference's molecules, with the counts of the crystal, and every molecule is made whole
+// as the reference makes it, along the joins where the partition's bonds cover the
+// whole-molecule ones. In a thin cell (an axis shorter than twice the longest bond) they are
+// not followed; in its supercell they are, also where the whole-molecule radii exceed the
+// partition's (O-O, Cl-Cl pairs, checked one by one).
 TEST(MoleculeStages, RealSupercellsMatchTheReferences) {
   const struct {
     const char* file;
+    int repeat[3];
     int natoms, molecules, molecule_size, followed;
   } crystals[] = {
-      {"anthracene_3x3x2_p1.cif", 864, 36, 24, 36},
-      {"tipge_pentacene_pbca.cif", 400, 4, 100, 4},
-      {"hexachlorobenzene.cif", 24, 2, 12, 0},
+      {"anthracene_3x3x2_p1.cif", {1, 1, 1}, 864, 36, 24, 36},
+      {"tipge_pentacene_pbca.cif", {1, 1, 1}, 400, 4, 100, 4},
+      {"hexachlorobenzene.cif", {1, 1, 1}, 24, 2, 12, 0},
+      {"hexachlorobenzene.cif", {1, 3, 1}, 72, 6, 12, 6},
+      {"nitrothiophene_carbaldehyde.cif", {1, 1, 3}, 159, 12, 0, 12},
   };
   for (const auto& c : crystals) {
     FileIO io;
     testing::internal::CaptureStdout();
     io.read_data_cif((std::string(KAVRI_TEST_DATA) + "/crystals/" + c.file).c_str(), false);
     testing::internal::GetCapturedStdout();
+    const std::string what = std::string(c.file) + " x" + std::to_string(c.repeat[0]) +
+                             std::to_string(c.repeat[1]) + std::to_string(c.repeat[2]);
+    const Lattice unit = io.lattice();
     Cell cell;
-    cell.lattice = io.lattice();
-    const int n = io.get_cif_natoms();
-    EXPECT_EQ(n, c.natoms) << c.file;
-    for (int i = 0; i < n; ++i) {
-      cell.types.push_back(io.get_cif_atypes()[i]);
-      cell.sites.emplace_back(io.get_cif_x_s() + 3 * i);
-      cell.radii.push_back(partition_radius(cell.types.back()));
-    }
+    cell.lattice = lattice_of(unit.cell[0] * c.repeat[0], unit.cell[1] * c.repeat[1],
+                              unit.cell[2] * c.repeat[2], unit.cell[3], unit.cell[4], unit.cell[5]);
+    for (int r0 = 0; r0 < c.repeat[0]; ++r0)
+      for (int r1 = 0; r1 < c.repeat[1]; ++r1)
+        for (int r2 = 0; r2 < c.repeat[2]; ++r2)
+          for (int i = 0; i < io.get_cif_natoms(); ++i) {
+            const double* f = io.get_cif_x_s() + 3 * i;
+            cell.types.push_back(io.get_cif_atypes()[i]);
+            cell.sites.emplace_back((f[0] + r0) / c.repeat[0], (f[1] + r1) / c.repeat[1],
+                                    (f[2] + r2) / c.repeat[2]);
+            cell.radii.push_back(partition_radius(cell.types.back()));
+          }
+    EXPECT_EQ(static_cast<int>(cell.sites.size()), c.natoms) << what;
     const double scale = io.get_bond_dis_scale();
     const Partition fast = partition_cell(cell.sites, cell.radii, cell.lattice, scale);
     const Partition ref = partition_cell_reference(cell.sites, cell.radii, cell.lattice, scale);
-    EXPECT_EQ(fast.sizes, ref.sizes) << c.file;
-    EXPECT_EQ(fast.atoms, ref.atoms) << c.file;
-    EXPECT_EQ(fast.sizes, io.get_cif_mol_sizes()) << c.file;
-    EXPECT_EQ(fast.sizes, std::vector<int>(c.molecules, c.molecule_size)) << c.file;
+    EXPECT_EQ(fast.sizes, ref.sizes) << what;
+    EXPECT_EQ(fast.atoms, ref.atoms) << what;
+    EXPECT_EQ(static_cast<int>(fast.sizes.size()), c.molecules) << what;
+    if (c.molecule_size) {  // 0: molecules of more than one size
+      EXPECT_EQ(fast.sizes, std::vector<int>(c.molecules, c.molecule_size)) << what;
+    }
     int followed = 0;
     size_t first = 0;
     for (int size : fast.sizes) {
-      followed += whole_matches(molecule_of(cell, fast, first, size), cell.lattice, scale, c.file);
+      followed += whole_matches(molecule_of(cell, fast, first, size), cell.lattice, scale, what);
       first += size;
     }
-    EXPECT_EQ(followed, c.followed) << c.file;
+    EXPECT_EQ(followed, c.followed) << what;
   }
 }
