@@ -11,6 +11,8 @@
 
 #include "lattice.h"
 
+// Values of the MOL read (mol_read.h), the bond partition (bond_partition.h) and whole
+// molecules (whole_molecules.h), which the readers and the loading driver run.
 struct MolTarget;
 struct MolRead;
 class V3000Reader;
