@@ -12,6 +12,15 @@
 #include "cif_scan.h"
 #include "lattice.h"
 
+// Values of the MOL read (mol_read.h), the bond partition (bond_partition.h) and whole
+// molecules (whole_molecules.h), which the readers and the loading driver run.
+struct MolTarget;
+struct MolRead;
+class V3000Reader;
+struct Partition;
+struct MoleculeSites;
+struct Molecule;
+
 // One record of the element table.
 struct Element {
   char symbol[3];
@@ -236,31 +245,20 @@ class FileIO {
   // read left, then the fields, the report, the atom arrays, the expansion and the partition.
   CifScan scan_cif_text(std::string_view text, const std::string& file_name, bool verbose);
   void load_cif_scan(CifScan scan, const std::string& file_name, bool verbose);
-  // Cartesian length of a fractional displacement and the bond test of two radii.
-  bool bonded(const double d[3], double ri, double rj, double& dist) const;
-  // MOL reader: whether a slot index is valid for all four molecule arrays, and the V3000
-  // block reader with its CTAB nesting depth.
+  // MOL reader: whether a slot index is valid for all four molecule arrays; where a read into
+  // `slot` stores, as it stands; what a read stored, put into the slot, the structure arrays
+  // and the V3000 reading state; one V3000 reader step from that state, its result stored.
   bool mol_slot_ok(int slot) const;
-  bool read_v3000_blocks(std::istream& in, int slot, bool verbose, int depth);
-  void print_partition(bool verbose) const;
-  // Whole molecules: radii, growth from atom 0 (fast and reference; both return the number of
-  // atoms placed and move atoms to the bonded images), then the warning, centre and shift.
-  std::vector<double> whole_molecule_radii(int natoms, const int* types) const;
-  int grow_whole_molecule(int natoms, double* fx, const double* radii) const;
-  int grow_whole_molecule_reference(int natoms, double* fx, const double* radii) const;
-  // The whole-molecule bond test of free atom i against placed atom j: 1 when the
-  // displacement bonds as it stands, 2 when it bonds through the minimum image (d then holds
-  // that image), 0 when not bonded.
-  int whole_bond(int i, int j, const double* fx, const double* radii, double d[3]) const;
-  // Whether every pair that the whole-molecule test (radii `radii`, scale bond_dis_scale) can
-  // bond in this molecule was bonded by the partition (radii `partition_radii`, its scale)
-  // through the same image, round-off included.
-  bool partition_covers_whole_bonds(int natoms, const double* fx, const double* radii,
-                                    const double* partition_radii) const;
-  // Places atom k next to joined[k] for k = 1, 2, ...; returns false at the first atom that
-  // the whole-molecule test does not bond to its partner (fx is then partly moved).
-  bool grow_whole_molecule_joined(int natoms, double* fx, const double* radii,
-                                  const int* joined) const;
-  void finish_whole_molecule(int mol_number, int natoms, const int* types, double* fx,
-                             int nbonded, bool verbose) const;
+  MolTarget mol_target(int slot) const;
+  void store_mol_read(const MolRead& read, int slot);
+  template <class Step>
+  bool v3000_step(int slot, Step step);
+  // Bonds and whole molecules: the partition into its fields (printed when verbose); the atoms
+  // of one molecule (joins and partition radii may be null); a whole molecule printed and its
+  // positions written back to `fx`.
+  void store_partition(Partition partition, bool verbose);
+  MoleculeSites molecule_sites(int natoms, const int* types, const double* fx, const int* joined,
+                               const double* partition_radii) const;
+  static void store_whole_molecule(int mol_number, const Molecule& molecule, double* fx,
+                                   bool verbose);
 };

@@ -9,6 +9,7 @@
 
 #include "fileio.h"
 #include "util.h"
+#include "whole_molecules.h"
 
 namespace {
 
@@ -76,20 +77,23 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
     // straightforward partition) lets most molecules be made whole in one pass.
     const bool joins = cif_mol_joined.size() == cif_mol_atoms.size() &&
                        cif_mol_radius.size() == cif_mol_atoms.size();
+    const Lattice cell = lattice();
     size_t first = 0;
     for (int i = 0; i < nmols; ++i) {
-      if (reference_paths)
-        make_whole_molecule_reference(i + 1, mol_natoms[i], mol_atypes[i].data(),
-                                      mol_x_s[i].data(), verbose);
-      else if (joins)
-        make_whole_molecule_joined(i + 1, mol_natoms[i], mol_atypes[i].data(),
-                                   mol_x_s[i].data(), &cif_mol_joined[first],
-                                   &cif_mol_radius[first], verbose);
-      else
-        make_whole_molecule(i + 1, mol_natoms[i], mol_atypes[i].data(), mol_x_s[i].data(),
-                            verbose);
-      first += static_cast<size_t>(mol_natoms[i]);
-      for (int k = 0; k < mol_natoms[i]; ++k) coord_f2c(&mol_x_s[i][3 * k], &mol_x[i][3 * k]);
+      const int n = mol_natoms[i];
+      const MoleculeSites sites =
+          molecule_sites(n, mol_atypes[i].data(), mol_x_s[i].data(),
+                         joins ? &cif_mol_joined[first] : nullptr,
+                         joins ? &cif_mol_radius[first] : nullptr);
+      const Molecule m = reference_paths ? make_whole_reference(sites, cell, bond_dis_scale)
+                                         : make_whole(sites, cell, bond_dis_scale);
+      print_whole_molecule(i + 1, m, verbose);
+      first += static_cast<size_t>(n);
+      for (int k = 0; k < n; ++k)
+        for (int c = 0; c < 3; ++c) {
+          mol_x_s[i][3 * k + c] = m.frac[k][c];
+          mol_x[i][3 * k + c] = m.cart[k][c];
+        }
     }
     for (int c = 0; c < 3; ++c)
       for (int k = 0; k < 3; ++k) cell_vectors[c][k] = latt[k][c];

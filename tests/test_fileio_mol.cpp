@@ -1,6 +1,6 @@
-// Element table lookups and the MDL molfile reader: real V2000/V3000 files, fixed-column
-// details of the counts and atom lines, the fatal format errors, and the V3000 blocks with
-// the fallback storage of their atoms.
+// Element table lookups and the MOL read: real V2000/V3000 files, fixed-column details of the
+// counts and atom lines, the fatal format errors, and the V3000 blocks with the structure-level
+// storage of their atoms.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -8,39 +8,39 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "fileio.h"
+#include "mol_read.h"
 
 namespace {
 
-class MolProbe : public FileIO {
- public:
-  using FileIO::atypes, FileIO::mol_atypes, FileIO::mol_natoms, FileIO::mol_x, FileIO::mol_x_s;
-  using FileIO::natoms_cif, FileIO::x;
-  explicit MolProbe(int slots = 1) {
-    mol_natoms.assign(slots, 0);
-    mol_atypes.assign(slots, {});
-    mol_x.assign(slots, {});
-    mol_x_s.assign(slots, {});
-  }
-  void make_structure(int n) {
-    natoms_cif = n;
-    atypes.assign(n, -7);
-    x.assign(3 * n, 0.0);
-  }
-  // Reads `text` as a molfile into molecule slot 0.
-  void read(const std::string& text) {
-    const std::string path = ::testing::TempDir() + "kavri_mol_" + std::to_string(getpid());
-    std::ofstream(path, std::ios::binary) << text;
-    read_data_mol(path.c_str(), 0, false);
-  }
-};
-
 const std::string kHeader = "title\n program\n\n";
 const std::string kV3000 = kHeader + "  0  0  0     0  0            999 V3000\nM  V30 BEGIN CTAB\n";
+
+std::string file_text(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Reads `text` into an empty molecule slot; `structure_atoms` is how many atoms the structure
+// arrays hold.
+MolRead read(const std::string& text, size_t structure_atoms = 0, int structure_natoms = 0) {
+  MolTarget target;
+  target.structure_atoms = structure_atoms;
+  target.structure_natoms = structure_natoms;
+  return read_mol_text(text, "kavri_mol_test.mol", target, false, false);
+}
+
+std::vector<double> flat(const std::vector<Cartesian>& x) {
+  std::vector<double> out;
+  for (const Cartesian& c : x) out.insert(out.end(), c.v, c.v + 3);
+  return out;
+}
 
 }  // namespace
 
@@ -70,23 +70,29 @@ TEST(ElementTable, LookupsAndTheirFallbacks) {
 }
 
 TEST(MolReader, V2000FileAndFixedColumns) {
-  MolProbe io(2);
-  const std::string path = KAVRI_TEST_DATA "/anthracene_cif_v2000.mol";
-  io.read_data_mol(path.c_str(), 1, false);
-  ASSERT_EQ(io.mol_natoms[1], 24);
-  EXPECT_DOUBLE_EQ(io.mol_x[1][71], 4.6345);
+  const MolRead file = read(file_text(KAVRI_TEST_DATA "/anthracene_cif_v2000.mol"));
+  ASSERT_TRUE(file.sized);
+  ASSERT_EQ(file.slot.types.size(), 24u);
+  EXPECT_DOUBLE_EQ(file.slot.x[23][2], 4.6345);
+  EXPECT_TRUE(file.structure.empty());
 
   // A 6-character counts line is enough; a chiral flag of 2 only warns.
   const std::string atoms = "    1.5000   -2.2500   10.0000 Cl  0  0\n"
                             "   -0.0001    0.0000    1.0e+2 CL\n"
                             "       abc                     Xx\n";
-  io.read(kHeader + "  3  0\n" + atoms);
-  EXPECT_EQ(io.mol_atypes[0], (std::vector<int>{17, 17, -1}));
-  EXPECT_EQ(io.mol_x[0], (std::vector<double>{1.5, -2.25, 10.0, -0.0001, 0.0, 100.0, 0, 0, 0}));
+  const MolRead r = read(kHeader + "  3  0\n" + atoms);
+  EXPECT_EQ(r.slot.types, (std::vector<int>{17, 17, -1}));
+  EXPECT_EQ(flat(r.slot.x), (std::vector<double>{1.5, -2.25, 10.0, -0.0001, 0.0, 100.0, 0, 0, 0}));
   testing::internal::CaptureStdout();
-  io.read(kHeader + "  3  0  0  0  2\n" + atoms);
+  read(kHeader + "  3  0  0  0  2\n" + atoms);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "WARNING: The Chiral Flag should be either 0 or 1. The value of 2 will be ignored.\n");
+
+  // Without a molecule slot nothing is stored.
+  MolTarget none;
+  none.has_slot = false;
+  const MolRead dropped = read_mol_text(kHeader + "  3  0\n" + atoms, "m.mol", none, false, false);
+  EXPECT_FALSE(dropped.sized || dropped.slot_written);
 }
 
 // Standard output is joined to the error stream, so header and message are matched together.
@@ -105,85 +111,83 @@ TEST(MolReaderDeathTest, FatalFormatErrors) {
        mdl + "4106 : \nWARNING: Problems reading a MDL file\n"
              "         Not enough atoms to match atom count (42) in counts line\n"},
   };
-  for (const auto& c : cases) {
-    MolProbe io;
-    io.make_structure(42);
-    EXPECT_EXIT((std::fflush(stdout), dup2(2, 1), io.read(c.text)), ::testing::ExitedWithCode(1),
-                ::testing::Eq(c.message));
-  }
+  for (const auto& c : cases)
+    EXPECT_EXIT((std::fflush(stdout), dup2(2, 1), read(c.text, 0, 42)),
+                ::testing::ExitedWithCode(1), ::testing::Eq(c.message));
   // An atom line that ends before columns 32-34, or leaves them blank, names no element.
   for (const std::string& atom : {std::string("    0.0000    0.0000    0.0000\n"),
                                   std::string("    0.0000    0.0000    0.0000     \r\n")}) {
-    MolProbe io;
     EXPECT_EXIT((std::fflush(stdout), dup2(2, 1),
-                 io.read(kHeader + "  2  0\n    0.0000    0.0000    0.0000 C\n" + atom)),
+                 read(kHeader + "  2  0\n    0.0000    0.0000    0.0000 C\n" + atom)),
                 ::testing::ExitedWithCode(1),
                 "line 4113 : \nWARNING: Problems reading a MDL file\n         No element "
-                "symbol in columns 32-34 of atom line 2 \\(line 6 of \"[^\"]*kavri_mol_");
+                "symbol in columns 32-34 of atom line 2 \\(line 6 of \"kavri_mol_test.mol\"\\)");
   }
   // Opening fails with -1, the message alone on the error stream.
   EXPECT_EXIT((std::fflush(stdout), dup2(open("/dev/null", O_WRONLY), 1),
-               MolProbe().read_data_mol("/nonexistent/a.mol", 0, true)),
+               FileIO().read_data_mol("/nonexistent/a.mol", 0, true)),
               ::testing::ExitedWithCode(255),
               ::testing::Eq("Failed to open input file \"/nonexistent/a.mol\""));
 }
 
 TEST(MolReader, V3000FilesBlocksAndStorage) {
-  // Structure arrays take the atoms they reach; the rest falls back to the molecule slot.
-  MolProbe both;
-  both.make_structure(5);
-  both.read_data_mol(KAVRI_TEST_DATA "/naphthalene_gen3d_v3000.mol", 0, false);
-  ASSERT_EQ(both.mol_natoms[0], 18);
-  EXPECT_EQ(both.atypes, (std::vector<int>{6, 6, 6, 6, 6}));
-  EXPECT_EQ(both.mol_atypes[0][0], 0);  // left unfilled
-  EXPECT_DOUBLE_EQ(both.mol_x[0][51], 1.24179);
+  // Structure arrays take the atoms they reach, in block order; the rest falls back to the
+  // molecule slot, whose first atoms stay unfilled.
+  const MolRead both = read(file_text(KAVRI_TEST_DATA "/naphthalene_gen3d_v3000.mol"), 5);
+  ASSERT_TRUE(both.sized);
+  ASSERT_EQ(both.slot.types.size(), 18u);
+  ASSERT_EQ(both.structure.size(), 5u);
+  for (size_t p = 0; p < 5; ++p) {
+    EXPECT_EQ(both.structure[p].position, p);
+    EXPECT_EQ(both.structure[p].type, 6);
+  }
+  EXPECT_EQ(both.slot.types[0], 0);
+  EXPECT_EQ(both.slot.x[0][0], 0.0);
+  EXPECT_DOUBLE_EQ(both.slot.x[17][0], 1.24179);
 
   // An R# atom is announced and not stored but keeps its position; a trailing "-" continues
   // a line; properties are dropped; the other blocks, nested ones included, are skipped.
-  MolProbe io;
   testing::internal::CaptureStdout();
-  io.read(kV3000 + "M  V30 COUNTS 3 1 0 0 0\nM  V30 BEGIN ATOM\nM  V30 1 S 1 1 1 0\n"
-          "M  V30 2 R# 9 9 9 0\nM  V30 3 Br 2 -\r\nM  V30 3 4 0 CHG=-1 MASS=80\nM  V30 END ATOM\n"
-          "M  V30 BEGIN SGROUP\nM  V30 1 SUP 0\nM  V30 END SGROUP\nM  V30 BEGIN RGROUP 1\n"
-          "M  V30 BEGIN CTAB\nM  V30 END CTAB\nM  V30 END RGROUP\nM  V30 BEGIN BOND\n"
-          "M  V30 1 1 1 3 CFG=2\nM  V30 END BOND\nM  V30 END CTAB\nM  END\n");
+  const MolRead r = read(
+      kV3000 + "M  V30 COUNTS 3 1 0 0 0\nM  V30 BEGIN ATOM\nM  V30 1 S 1 1 1 0\n"
+      "M  V30 2 R# 9 9 9 0\nM  V30 3 Br 2 -\r\nM  V30 3 4 0 CHG=-1 MASS=80\nM  V30 END ATOM\n"
+      "M  V30 BEGIN SGROUP\nM  V30 1 SUP 0\nM  V30 END SGROUP\nM  V30 BEGIN RGROUP 1\n"
+      "M  V30 BEGIN CTAB\nM  V30 END CTAB\nM  V30 END RGROUP\nM  V30 BEGIN BOND\n"
+      "M  V30 1 1 1 3 CFG=2\nM  V30 END BOND\nM  V30 END CTAB\nM  END\n");
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "WARNING: A molecule contains an R group which is not implemented!\n");
-  EXPECT_EQ(io.mol_atypes[0], (std::vector<int>{16, 0, 35}));
-  EXPECT_EQ(io.mol_x[0], (std::vector<double>{1, 1, 1, 0, 0, 0, 2, 3, 4}));
+  EXPECT_EQ(r.slot.types, (std::vector<int>{16, 0, 35}));
+  EXPECT_EQ(flat(r.slot.x), (std::vector<double>{1, 1, 1, 0, 0, 0, 2, 3, 4}));
+  EXPECT_EQ(r.atom_index, (std::map<int, int>{{1, 1}, {2, 2}, {3, 3}}));
 
   // Hostile input ends cleanly and stays inside the arrays: nesting deeper than the reader
   // follows, more atoms than COUNTS announced.
   std::string deep = kV3000;
   for (int i = 0; i < 5000; ++i) deep += "M  V30 COUNTS 1 0\nM  V30 BEGIN CTAB\n";
-  io.read(deep);
-  EXPECT_EQ(io.mol_natoms[0], 1);
-  io.read(kV3000 + "M  V30 COUNTS 1 0\nM  V30 BEGIN ATOM\nM  V30 1 C 1 2 3 0\n"
-                   "M  V30 2 N 1 2 3 0\n");
-  EXPECT_EQ(io.mol_atypes[0], (std::vector<int>{6}));
+  EXPECT_EQ(read(deep).slot.types.size(), 1u);
+  const MolRead more = read(kV3000 + "M  V30 COUNTS 1 0\nM  V30 BEGIN ATOM\nM  V30 1 C 1 2 3 0\n"
+                                     "M  V30 2 N 1 2 3 0\n");
+  EXPECT_EQ(more.slot.types, (std::vector<int>{6}));
 }
 
-// The text entry reads as the file entry does: the same atoms, and the same refusal of a
-// V3000 COUNTS larger than the rest of the text can hold (the room is measured on the text).
-TEST(MolReader, TextReadsAsTheFile) {
+// The stream read gives what the text read gives, including the refusal of a V3000 COUNTS
+// larger than the rest of the input can hold (the room is measured on the text).
+TEST(MolReader, TextReadsAsTheStream) {
   const std::string absurd = kV3000 + "M  V30 COUNTS 2000000000 0 0 0 0\nM  V30 BEGIN ATOM\n" +
                              "M  V30 1 C 0 0 0 0\nM  V30 END ATOM\nM  V30 END CTAB\nM  END\n";
   const std::string files[] = {KAVRI_TEST_DATA "/anthracene_cif_v2000.mol",
                                KAVRI_TEST_DATA "/naphthalene_gen3d_v3000.mol"};
   std::vector<std::string> texts = {absurd};
-  for (const std::string& f : files) {
-    std::ifstream in(f, std::ios::binary);
-    texts.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
+  for (const std::string& f : files) texts.push_back(file_text(f));
   for (const std::string& text : texts) {
-    MolProbe from_file, from_text;
-    from_file.read(text);
-    from_text.read_data_mol_text(text, "t.mol", 0, false);
-    EXPECT_EQ(from_text.mol_natoms, from_file.mol_natoms);
-    EXPECT_EQ(from_text.mol_atypes, from_file.mol_atypes);
-    EXPECT_EQ(from_text.mol_x, from_file.mol_x);
+    std::istringstream in(text);
+    const MolRead from_stream = read_mol(in, "t.mol", MolTarget(), false, false);
+    const MolRead from_text = read(text);
+    EXPECT_EQ(from_stream.sized, from_text.sized);
+    EXPECT_EQ(from_stream.slot.types, from_text.slot.types);
+    EXPECT_EQ(flat(from_stream.slot.x), flat(from_text.slot.x));
   }
-  MolProbe refused;
-  refused.read_data_mol_text(absurd, "t.mol", 0, false);
-  EXPECT_EQ(refused.mol_natoms[0], 0);
+  const MolRead refused = read(absurd);
+  EXPECT_FALSE(refused.sized);
+  EXPECT_TRUE(refused.slot.types.empty());
 }
