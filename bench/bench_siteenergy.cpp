@@ -9,88 +9,125 @@
 #include <string>
 #include <vector>
 
+#include "bond_partition.h"
+#include "molecular_data.h"
+#include "neighbor_search.h"
 #include "pr_siteenergy.h"
+#include "whole_molecules.h"
 
 namespace {
-
-class Run : public SiteEnergy {
- public:
-  using FileIO::natoms_cif;
-  using FileIO::radius;
-  using FileIO::struct_source;
-  using FileIO::x_s;
-  using Transport::search_neighbors;
-  using Transport::search_neighbors_reference;
-};
 
 std::string crystal_path(const std::string& name) {
   if (name.find("_p1") != std::string::npos) return std::string(KAVRI_LARGE_DIR) + "/" + name;
   return std::string(KAVRI_DATA_DIR) + "/crystals/" + name;
 }
 
-void load(Run& run, const std::string& name) {
-  run.read_data_cif(crystal_path(name).c_str(), false);
-  run.struct_source = 2;
+// The crystal read as the utility reads it: the `crystal` line of an input file.
+void read(SiteEnergy& run, const std::string& name) {
+  run.read_kavri_inp_text("&transport\n  crystal = " + crystal_path(name) + "\n/\n", "kavri.inp",
+                          false);
+}
+
+void load(SiteEnergy& run, const std::string& name) {
+  read(run, name);
   run.read_crystal_strcuture_files(false, false);
   run.post_data_read_treatment(false);
 }
 
+// The expanded cell of a read crystal: fractional positions and bond radii.
+struct CellAtoms {
+  std::vector<int> types;
+  std::vector<Fractional> sites;
+  std::vector<double> radii;
+};
+
+CellAtoms cell_atoms(const SiteEnergy& run) {
+  CellAtoms c;
+  const int n = run.get_cif_natoms();
+  c.types.assign(run.get_cif_atypes(), run.get_cif_atypes() + n);
+  for (int i = 0; i < n; ++i) {
+    c.sites.emplace_back(run.get_cif_x_s() + 3 * i);
+    char symbol[3];
+    run.find_element_name_from_index(c.types[i], symbol);
+    c.radii.push_back(run.find_element_radius_from_name(symbol));
+  }
+  return c;
+}
+
 void BM_ReadCif(benchmark::State& state, const std::string& name) {
   for (auto _ : state) {
-    Run run;
-    run.read_data_cif(crystal_path(name).c_str(), false);
+    SiteEnergy run;
+    read(run, name);
     benchmark::DoNotOptimize(run.get_cif_natoms());
   }
 }
 
 void BM_WholeMoleculesAndData(benchmark::State& state, const std::string& name) {
   for (auto _ : state) {
-    Run run;
+    SiteEnergy run;
     load(run, name);
     benchmark::DoNotOptimize(run.get_natoms_total());
   }
 }
 
 void BM_NeighborSearch(benchmark::State& state, const std::string& name, bool reference) {
-  Run run;
+  SiteEnergy run;
   load(run, name);
   run.build_neighbor_list(false, false);
-  std::vector<int> cand;
-  std::vector<double> key;
+  const std::vector<Fractional> centres = run.centres();
+  const NeighborSearch search = run.neighbor_search(centres);
   for (auto _ : state) {
-    for (int i = 0; i < run.get_nmols_uc(); ++i) {
-      if (reference)
-        run.search_neighbors_reference(i, 16.0, cand, key);
-      else
-        run.search_neighbors(i, 16.0, cand, key);
-      benchmark::DoNotOptimize(key.data());
-    }
+    NeighborList list =
+        reference ? search_neighbor_list_reference(search) : search_neighbor_list(search);
+    benchmark::DoNotOptimize(list.of.data());
   }
   state.counters["molecules"] = run.get_nmols_uc();
 }
 
 void BM_Partition(benchmark::State& state, const std::string& name, bool reference) {
-  Run run;
-  run.read_data_cif(crystal_path(name).c_str(), false);
-  // The radii are released after the read; restore them for the partition alone.
-  run.radius.assign(run.natoms_cif, 0.0);
-  for (int i = 0; i < run.natoms_cif; ++i) {
-    char sym[3];
-    run.find_element_name_from_index(run.get_cif_atypes()[i], sym);
-    run.radius[i] = run.find_element_radius_from_name(sym);
-  }
+  SiteEnergy run;
+  read(run, name);
+  const CellAtoms c = cell_atoms(run);
+  const Lattice cell = run.lattice();
   for (auto _ : state) {
-    if (reference)
-      run.separate_cif_molecules_reference(false);
-    else
-      run.separate_cif_molecules(false);
-    benchmark::ClobberMemory();
+    Partition p = reference ? partition_cell_reference(c.sites, c.radii, cell, 1.15)
+                            : partition_cell(c.sites, c.radii, cell, 1.15);
+    benchmark::DoNotOptimize(p.atoms.data());
   }
-  state.counters["atoms"] = run.natoms_cif;
+  state.counters["atoms"] = static_cast<double>(c.sites.size());
+}
+
+// The straightforward stages after the read: partition, whole molecules, molecular data and
+// neighbour list from the crystal the model read.
+int straightforward_stages(const SiteEnergy& run) {
+  const CellAtoms c = cell_atoms(run);
+  const Lattice cell = run.lattice();
+  const Partition p = partition_cell_reference(c.sites, c.radii, cell, 1.15);
+  std::vector<int> natoms;
+  std::vector<std::vector<int>> types;
+  std::vector<std::vector<double>> frac;
+  size_t first = 0;
+  for (int size : p.sizes) {
+    MoleculeSites m;
+    for (int k = 0; k < size; ++k) {
+      m.types.push_back(c.types[p.atoms[first + k]]);
+      m.sites.push_back(c.sites[p.atoms[first + k]]);
+    }
+    first += static_cast<size_t>(size);
+    const Molecule whole = make_whole_reference(m, cell, 1.15);
+    natoms.push_back(size);
+    types.push_back(whole.types);
+    frac.push_back(flat_positions(whole.frac));
+  }
+  const CellMolecules molecules{static_cast<int>(natoms.size()), natoms, types, frac};
+  const MolecularCentres centres = molecular_centres(molecules, cell);
+  const NeighborSearch search{molecules, centres.centre, cell, 16.0, {3, 3, 3}};  // the defaults
+  return static_cast<int>(search_neighbor_list_reference(search).of.size());
 }
 
 // A whole run up to the site energies (the table reading and writing are a few milliseconds):
-// CIF reading with expansion and partition, whole molecules, molecular data, neighbour list.
+// CIF reading with expansion and partition, whole molecules, molecular data, neighbour list;
+// the reference reads the crystal the same way and runs the straightforward stages after it.
 void BM_WholeRun(benchmark::State& state, const std::string& name, bool reference) {
   const std::string path = crystal_path(name);
   if (std::FILE* f = std::fopen(path.c_str(), "r")) {
@@ -99,16 +136,18 @@ void BM_WholeRun(benchmark::State& state, const std::string& name, bool referenc
     state.SkipWithError(("missing " + path).c_str());
     return;
   }
-  int molecules = 0, atoms = 0;
+  int molecules = 0;
   for (auto _ : state) {
-    Run run;
-    run.set_reference_paths(reference);
-    load(run, name);
-    run.build_neighbor_list(false, false);
-    molecules = run.get_nmols_uc();
-    atoms = run.get_natoms_total();
+    SiteEnergy run;
+    if (reference) {
+      read(run, name);
+      molecules = straightforward_stages(run);
+    } else {
+      load(run, name);
+      run.build_neighbor_list(false, false);
+      molecules = run.get_nmols_uc();
+    }
   }
-  state.counters["atoms"] = atoms;
   state.counters["molecules"] = molecules;
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "energy_table.h"
+#include "mol_read.h"
 #include "molecular_data.h"
 #include "neighbor_file.h"
 #include "neighbor_search.h"
@@ -35,32 +36,6 @@ void write_file(const char* name, const uint8_t* data, size_t size) {
 void write_text(const char* name, const std::string& text) {
   write_file(name, reinterpret_cast<const uint8_t*>(text.data()), text.size());
 }
-
-// The model object with the members a harness sets or reads directly: the structure source
-// and the molecules of the loading driver, and the settings of the stages run after it.
-class Model : public SiteEnergy {
- public:
-  using FileIO::mol_atypes;
-  using FileIO::mol_natoms;
-  using FileIO::mol_x;
-  using FileIO::mol_x_s;
-  using FileIO::struct_source;
-  using KavriInp::lattice_cutoff;
-  using KavriInp::neighbor_scell;
-  using KavriInp::reorg_outer_code;
-
-  // The molecules as the loading driver left them.
-  CellMolecules loaded() const { return CellMolecules{nmols, mol_natoms, mol_atypes, mol_x_s}; }
-  // The neighbour search of the settings over them.
-  NeighborSearch search(const std::vector<Fractional>& centres) const {
-    return NeighborSearch{loaded(),
-                          centres,
-                          lattice(),
-                          lattice_cutoff * lattice_cutoff,
-                          {neighbor_scell[0], neighbor_scell[1], neighbor_scell[2]},
-                          contact_grid_threshold};
-  }
-};
 
 template <class F>
 Outcome guarded(F f) {
@@ -120,15 +95,16 @@ struct Prepared {
 
 const Prepared& prepared() {
   static const Prepared p = [] {
-    Model m;
-    m.read_data_cif_text(kCif, "c.cif", false);
-    m.struct_source = 2;
+    SiteEnergy m;
+    m.load_crystal_text(kCif, "c.cif", false);
     m.read_crystal_strcuture_files(false, false);
+    m.post_data_read_treatment(false);
     Prepared out;
     out.nmols = m.get_nmols();
     out.lattice = m.lattice();
-    out.centres = molecular_centres(m.loaded(), out.lattice).centre;
-    for (const std::vector<NeighborImage>& images : search_neighbor_list(m.search(out.centres)).of)
+    out.centres = molecular_centres(m.cell_molecules(), out.lattice).centre;
+    for (const std::vector<NeighborImage>& images :
+         search_neighbor_list(m.neighbor_search(out.centres)).of)
       out.counts.push_back(static_cast<int>(images.size()));
     return out;
   }();
@@ -181,39 +157,33 @@ Outcome input_file(const uint8_t* data, size_t size) {
   static const bool fixtures = (write_fixtures(), true);
   (void)fixtures;
   return guarded([text] {
-    auto se = std::make_unique<Model>();
+    auto se = std::make_unique<SiteEnergy>();
     se->read_kavri_inp_text(text, "kavri.inp", true);
     se->read_crystal_strcuture_files(true, false);
     se->post_data_read_treatment(true);
     se->build_neighbor_list(false, true);
     std::vector<int> counts(se->get_nmols_uc());
     for (int i = 0; i < se->get_nmols_uc(); ++i) counts[i] = se->get_nei_count(i);
-    site_energies(fixture_table(), se->charge_carrier(), se->reorg_outer_code == 3,
+    site_energies(fixture_table(), se->charge_carrier(), se->get_reorg_outer_code() == 3,
                   se->get_nmols_uc(), counts);
   });
 }
 
 Outcome cif_file(const uint8_t* data, size_t size) {
   return guarded([text = as_text(data, size)] {
-    Model m;
-    m.read_data_cif_text(text, "f.cif", true);
-    m.struct_source = 2;
+    SiteEnergy m;
+    m.load_crystal_text(text, "f.cif", true);
     m.read_crystal_strcuture_files(true, false);
-    const MolecularCentres centres = molecular_centres(m.loaded(), m.lattice());
-    homo_indices(m.loaded(), false);
-    search_neighbor_list(m.search(centres.centre));
+    m.post_data_read_treatment(true);  // masses, centres and HOMO indices
+    const std::vector<Fractional> centres = m.centres();
+    search_neighbor_list(m.neighbor_search(centres));
   });
 }
 
 Outcome mol_file(const uint8_t* data, size_t size) {
   // The reader fills slot 0 of two, as for the first file of "molecule = 2 f.mol m.mol".
   return guarded([text = as_text(data, size)] {
-    Model m;
-    m.mol_natoms.assign(2, 0);
-    m.mol_atypes.assign(2, {});
-    m.mol_x.assign(2, {});
-    m.mol_x_s.assign(2, {});
-    m.read_data_mol_text(text, "f.mol", 0, true);
+    read_mol_text(text, "f.mol", MolTarget(), true, false);
   });
 }
 

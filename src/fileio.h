@@ -96,11 +96,9 @@ class FileIO {
   void read_data_cif_text(std::string_view text, const std::string& file_name, bool verbose);
   void ParseTransformString(const std::string& op, double R[3][3], double t[3]) const;
   void make_spacegroup_P1(int fractional_flag);
-  // Marks the candidates that coincide with an earlier kept one (mark_overlaps and its
-  // reference in p1_expansion.h, printing the pairs when the debug flag is set).
+  // Marks the candidates that coincide with an earlier kept one (mark_overlaps in
+  // p1_expansion.h, printing the pairs when the debug flag is set).
   int mark_overlapped_atoms(const std::vector<double>& frac, std::vector<char>& removed) const;
-  int mark_overlapped_atoms_reference(const std::vector<double>& frac,
-                                      std::vector<char>& removed) const;
 
   // ---- MOL reader
   void read_data_mol(const char* file_name, int slot, bool verbose);
@@ -130,14 +128,8 @@ class FileIO {
                            const std::vector<int>& list, int& atom, int& partner,
                            double& distance) const;
   void separate_cif_molecules(bool verbose);
-  // The straightforward partition (one bond search per placed atom), kept as the reference
-  // that the fast path must reproduce exactly.
-  void separate_cif_molecules_reference(bool verbose);
   void make_whole_molecule(int mol_number, int natoms, const int* types, double* fx,
                            bool verbose);
-  // The straightforward growth (one bond search per placed atom), kept as the reference.
-  void make_whole_molecule_reference(int mol_number, int natoms, const int* types, double* fx,
-                                     bool verbose);
   // The same result from the cell partition's record of the molecule: `joined[k]` is the
   // member (counted in the molecule, below k) through which atom k joined it, and
   // `partition_radii` the atoms' bond radii in the partition. Where the partition's bonds
@@ -168,9 +160,6 @@ class FileIO {
   const std::vector<int>& get_cif_mol_atoms() const { return cif_mol_atoms; }
   int get_nmols() const { return nmols; }
   void set_debug(bool on) { debug = on; }
-  // Runs the straightforward algorithms instead of the fast paths (for equivalence tests and
-  // benchmarks); the results are the same.
-  void set_reference_paths(bool on) { reference_paths = on; }
 
  protected:
   // cell geometry
@@ -194,7 +183,6 @@ class FileIO {
   std::vector<double> x;        // Cartesian coordinates, 3 per atom
   std::vector<double> radius;   // bond radius per atom (only during the read)
   bool debug = false;
-  bool reference_paths = false;
 
   // bond detection and the cell partition
   double bond_dis_scale = 1.15;

@@ -119,10 +119,7 @@ void FileIO::load_cif_scan(CifScan scan, const std::string& file_name, bool verb
   make_spacegroup_P1(3);
   for (int i = 0; i < natoms_cif; ++i) coord_f2c(&x_s[3 * i], &x[3 * i]);
 
-  if (reference_paths)
-    separate_cif_molecules_reference(verbose);
-  else
-    separate_cif_molecules(verbose);
+  separate_cif_molecules(verbose);
 
   radius.clear();
   radius.shrink_to_fit();

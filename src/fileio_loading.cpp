@@ -85,8 +85,7 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
           molecule_sites(n, mol_atypes[i].data(), mol_x_s[i].data(),
                          joins ? &cif_mol_joined[first] : nullptr,
                          joins ? &cif_mol_radius[first] : nullptr);
-      const Molecule m = reference_paths ? make_whole_reference(sites, cell, bond_dis_scale)
-                                         : make_whole(sites, cell, bond_dis_scale);
+      const Molecule m = make_whole(sites, cell, bond_dis_scale);
       print_whole_molecule(i + 1, m, verbose);
       first += static_cast<size_t>(n);
       for (int k = 0; k < n; ++k)

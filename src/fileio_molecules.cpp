@@ -85,12 +85,6 @@ void FileIO::separate_cif_molecules(bool verbose) {
                   verbose);
 }
 
-void FileIO::separate_cif_molecules_reference(bool verbose) {
-  store_partition(
-      partition_cell_reference(cell_sites(x_s, natoms_cif), radius, lattice(), bond_dis_scale),
-      verbose);
-}
-
 void FileIO::store_partition(Partition partition, bool verbose) {
   print_partition(partition, verbose);
   cif_mol_natoms = std::move(partition.sizes);
@@ -138,13 +132,4 @@ bool FileIO::make_whole_molecule_joined(int mol_number, int natoms, const int* t
                                 lattice(), bond_dis_scale);
   store_whole_molecule(mol_number, m, fx, verbose);
   return m.followed_joins;
-}
-
-void FileIO::make_whole_molecule_reference(int mol_number, int natoms, const int* types,
-                                           double* fx, bool verbose) {
-  if (natoms <= 0) return;
-  store_whole_molecule(mol_number,
-                       make_whole_reference(molecule_sites(natoms, types, fx, nullptr, nullptr),
-                                            lattice(), bond_dis_scale),
-                       fx, verbose);
 }

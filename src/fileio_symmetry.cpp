@@ -29,10 +29,7 @@ void FileIO::make_spacegroup_P1(int fractional_flag) {
   if (iequals(spacegroup_name, "P1")) return;
 
   const AtomSites unit{std::move(atypes), std::move(radius), std::move(x_s), std::move(x)};
-  AtomSites cell =
-      reference_paths
-          ? expand_to_p1_reference(unit, symm_ops, lattice(), fractional_flag, cif_file, debug)
-          : expand_to_p1(unit, symm_ops, lattice(), fractional_flag, cif_file, debug);
+  AtomSites cell = expand_to_p1(unit, symm_ops, lattice(), fractional_flag, cif_file, debug);
   atypes = std::move(cell.types);
   radius = std::move(cell.radius);
   x_s = std::move(cell.frac);
@@ -43,9 +40,4 @@ void FileIO::make_spacegroup_P1(int fractional_flag) {
 int FileIO::mark_overlapped_atoms(const std::vector<double>& frac,
                                   std::vector<char>& removed) const {
   return mark_overlaps(frac, removed, debug);
-}
-
-int FileIO::mark_overlapped_atoms_reference(const std::vector<double>& frac,
-                                            std::vector<char>& removed) const {
-  return mark_overlaps_reference(frac, removed, debug);
 }

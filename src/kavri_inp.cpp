@@ -245,6 +245,11 @@ void KavriInp::key_crystal(const std::string& value) {
   struct_source = 2;
 }
 
+void KavriInp::load_crystal_text(std::string_view text, const std::string& name, bool verbose) {
+  read_data_cif_text(text, name, verbose);
+  struct_source = 2;
+}
+
 // molecule = <n> <file_1> ... <file_n>: words separated by runs of blanks (tabs do not count).
 // The count is checked against the words present before anything is stored.
 void KavriInp::key_molecule(const std::string& value) {

@@ -40,6 +40,9 @@ class KavriInp : public FileIO, public Jobscript {
   // The same read over the text of an input file; `file_name` is the name it reports. The
   // files the text names (crystal, molecules) are still read from disk.
   int read_kavri_inp_text(std::string_view text, const char* file_name, bool verbose);
+  // What the `crystal` key does, over the text of the crystal file (`name` is the name the
+  // messages give): the crystal is read, expanded and partitioned, and becomes the structure.
+  void load_crystal_text(std::string_view text, const std::string& name, bool verbose);
   void load_kavri_inp_text(std::string_view text, const char* file_name, bool verbose);
   void set_varables_default();
   void get_environment_variables();
@@ -99,6 +102,7 @@ class KavriInp : public FileIO, public Jobscript {
   // Settings of the keys with their own syntax.
   const std::vector<double>& get_reorg_outer_radii() const { return reorg_outer_radii; }
   double get_reorg_outer_cutoff() const { return reorg_outer_cutoff; }
+  int get_reorg_outer_code() const { return reorg_outer_code; }
   bool get_thinfilm_flag() const { return thinfilm_flag; }
   int get_thinfilm_dir() const { return thinfilm_dir; }
   const std::string& get_qc_inp_append() const { return qc_inp_append; }

@@ -202,13 +202,6 @@ class Transport : public KavriInp {
   // The neighbour search over the model's values with the squared cut-off rc2.
   NeighborSearch neighbor_search(double rc2, const std::vector<Fractional>& centres) const;
 
-  // Neighbour images (j, a, b, c) of molecule i within the cut-off, in the order of the
-  // straightforward search (c, then b, then a, then j ascending), each with its squared
-  // centre-of-mass distance: the fast search and the straightforward one.
-  void search_neighbors(int i, double rc2, std::vector<int>& cand, std::vector<double>& key);
-  void search_neighbors_reference(int i, double rc2, std::vector<int>& cand,
-                                  std::vector<double>& key);
-
  public:
   // Atom-pair count above which the fast contact test uses the atom grid (tests lower it).
   long contact_grid_threshold = 2048;

@@ -73,22 +73,6 @@ double Transport::calc_neighbor_com_rsq(int i, int k, const int shift[3]) const 
   return centre_distance_sq(centres(), lattice(), i, k, shift);
 }
 
-void Transport::search_neighbors(int i, double rc2, std::vector<int>& cand,
-                                 std::vector<double>& key) {
-  const std::vector<Fractional> c = centres();
-  NeighborCandidates found = neighbor_candidates(neighbor_search(rc2, c), i);
-  cand = std::move(found.images);
-  key = std::move(found.key);
-}
-
-void Transport::search_neighbors_reference(int i, double rc2, std::vector<int>& cand,
-                                           std::vector<double>& key) {
-  const std::vector<Fractional> c = centres();
-  NeighborCandidates found = neighbor_candidates_reference(neighbor_search(rc2, c), i);
-  cand = std::move(found.images);
-  key = std::move(found.key);
-}
-
 void Transport::store_neighbor_list(const NeighborList& list) {
   nei_count.assign(nmols_uc, 0);
   nei_mol.assign(nmols_uc, {});
@@ -141,7 +125,7 @@ void Transport::build_neighbor_list(bool read_from_file, bool verbose) {
     if (!com_ready) calc_x_com();
     const std::vector<Fractional> c = centres();
     const NeighborSearch search = neighbor_search(c);
-    list = reference_paths ? search_neighbor_list_reference(search) : search_neighbor_list(search);
+    list = search_neighbor_list(search);
   }
 
   neighbor_built = true;
