@@ -11,12 +11,14 @@
 #include <string>
 #include <vector>
 
+#include "bond_partition.h"
 #include "cif_scan.h"
 #include "crystal_model.h"
 #include "fileio.h"
 #include "test_support.h"
 #include "util.h"
 #include "util_text_reads.h"
+#include "whole_molecules.h"
 
 namespace {
 
@@ -412,4 +414,49 @@ TEST(CifText, TextReadsCutAsFgets) {
     std::fclose(f);
   }
   std::remove(path.c_str());
+}
+
+// The structure layer's own operations on a read crystal give what its stages give: the
+// whole-molecule operation on a molecule of the partition, the bond search of the partition's
+// first join, and the conversions between the cell parameters, the lattice and positions.
+TEST(StructureOperations, AgreeWithTheStagesOnARealCrystal) {
+  FileIO io;
+  testing::internal::CaptureStdout();
+  io.read_data_cif(crystal("anthracene.cif").c_str(), false);
+  testing::internal::GetCapturedStdout();
+  const Lattice cell = io.lattice();
+  const int n = io.get_cif_mol_sizes()[0];
+  std::vector<int> types;
+  std::vector<double> fx;
+  MoleculeSites sites;
+  for (int k = 0; k < n; ++k) {
+    const int a = io.get_cif_mol_atoms()[k];
+    types.push_back(io.get_cif_atypes()[a]);
+    fx.insert(fx.end(), io.get_cif_x_s() + 3 * a, io.get_cif_x_s() + 3 * a + 3);
+    sites.types.push_back(types.back());
+    sites.sites.emplace_back(io.get_cif_x_s() + 3 * a);
+  }
+  io.make_whole_molecule(1, n, types.data(), fx.data(), false);
+  EXPECT_EQ(fx, flat_positions(make_whole_reference(sites, cell, io.get_bond_dis_scale()).frac));
+
+  // Positions and cell parameters through the model's conversions and back.
+  const double f[3] = {0.1, 0.7, -0.3};
+  double c[3], back[3], p[3] = {f[0], f[1], f[2]};
+  io.coord_f2c(f, c);
+  const Cartesian expected = cell.to_cartesian(Fractional(f));
+  for (int k = 0; k < 3; ++k) EXPECT_EQ(c[k], expected[k]);
+  io.coord_f2c(p[0], p[1], p[2]);
+  io.coord_c2f(p[0], p[1], p[2]);
+  io.coord_c2f(c, back);
+  for (int k = 0; k < 3; ++k) {
+    EXPECT_NEAR(back[k], f[k], 1e-12);
+    EXPECT_EQ(back[k], p[k]);
+  }
+  double L[3][3], cell6[6];
+  io.convert_latt3x3_to_cell6(L, cell6);
+  for (int k = 0; k < 6; ++k) EXPECT_NEAR(cell6[k], io.get_cell_latt()[k], 1e-9) << k;
+  double row[3], expected_row[3];
+  io.inverse_row_lengths(row);
+  cell.inverse_row_lengths(expected_row);
+  for (int k = 0; k < 3; ++k) EXPECT_EQ(row[k], expected_row[k]);
 }

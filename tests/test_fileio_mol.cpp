@@ -16,6 +16,7 @@
 
 #include "fileio.h"
 #include "mol_read.h"
+#include "pr_siteenergy.h"
 
 namespace {
 
@@ -190,4 +191,30 @@ TEST(MolReader, TextReadsAsTheStream) {
   const MolRead refused = read(absurd);
   EXPECT_FALSE(refused.sized);
   EXPECT_TRUE(refused.slot.types.empty());
+}
+
+// The loading driver reads each MOL file the input names into its molecule slot: the model's
+// molecules are the atoms the stage reads, in the cell the input gives.
+TEST(MolReader, TheLoadingDriverStoresWhatTheStageRead) {
+  const std::string files[] = {KAVRI_TEST_DATA "/anthracene_cif_v2000.mol",
+                               KAVRI_TEST_DATA "/naphthalene_gen3d_v3000.mol"};
+  SiteEnergy m;
+  testing::internal::CaptureStdout();
+  m.read_kavri_inp_text("&transport\n molecule = 2 " + files[0] + " " + files[1] + "\n/\n",
+                        "kavri.inp", false);
+  m.read_crystal_strcuture_files(false, false);
+  m.post_data_read_treatment(false);
+  testing::internal::GetCapturedStdout();
+  const CellMolecules molecules = m.cell_molecules();
+  ASSERT_EQ(molecules.count, 2);
+  const Lattice cell = m.lattice();
+  for (int i = 0; i < 2; ++i) {
+    const MolRead r = read(file_text(files[i]));
+    ASSERT_EQ(molecules.natoms[i], static_cast<int>(r.slot.types.size())) << files[i];
+    EXPECT_EQ(molecules.types[i], r.slot.types);
+    for (size_t k = 0; k < r.slot.x.size(); ++k) {
+      const Fractional f = cell.to_fractional(r.slot.x[k]);
+      for (int c = 0; c < 3; ++c) EXPECT_EQ(molecules.frac[i][3 * k + c], f[c]) << k;
+    }
+  }
 }
