@@ -57,10 +57,18 @@ void bond_grid_reach(const Lattice& lattice, double reach_cart, const std::vecto
 
 Partition partition_cell(const std::vector<Fractional>& sites, const std::vector<double>& radii,
                          const Lattice& lattice, double scale) {
+  return partition_cell(flat_positions(sites), radii, lattice, scale);
+}
+
+Partition partition_cell(const std::vector<double>& x_s, const std::vector<double>& radii,
+                         const Lattice& lattice, double scale) {
   Partition out;
   out.scale = scale;
-  const int n = static_cast<int>(sites.size());
-  const std::vector<double> x_s = flat_positions(sites);
+  const int n = static_cast<int>(x_s.size() / 3);
+  // Every atom is placed exactly once.
+  out.atoms.reserve(n);
+  out.joined.reserve(n);
+  out.radius.reserve(n);
   const BondTest bonded{lattice, scale};
   enum Kind : char { NONFINITE, NORMAL, BIG, UNIVERSAL };
   std::vector<char> kind(n, NONFINITE), in_cell(n, 0);

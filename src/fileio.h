@@ -142,6 +142,11 @@ class FileIO {
 
   // ---- loading driver
   void read_crystal_strcuture_files(bool verbose, bool write_cell_vectors);
+  // Drops what only the loading and the structure reports read: the cell's atom arrays
+  // (x, x_s, atypes), the partition's joins and radii and the molecules' Cartesian positions.
+  // A run that goes on from the molecules alone calls it once they are loaded; the atom rows
+  // read from the crystal file stay, so a later crystal read still continues them.
+  void release_loading_arrays();
 
   // ---- accessors
   int get_cif_natoms() const { return natoms_cif; }

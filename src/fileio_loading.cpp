@@ -23,6 +23,15 @@ bool lacks_known_element(const std::vector<int>& types) {
 
 FileIO::FileIO() = default;
 
+void FileIO::release_loading_arrays() {
+  std::vector<int>().swap(atypes);
+  std::vector<double>().swap(x_s);
+  std::vector<double>().swap(x);
+  std::vector<int>().swap(cif_mol_joined);
+  std::vector<double>().swap(cif_mol_radius);
+  std::vector<std::vector<double>>().swap(mol_x);
+}
+
 void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors) {
   if (struct_source == 1) {
     nmols = static_cast<int>(mol_file_names.size());
@@ -46,7 +55,7 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
     nmols = static_cast<int>(cif_mol_natoms.size());
     mol_natoms.assign(nmols, 0);
     mol_atypes.assign(nmols, {});
-    mol_x.assign(nmols, {});
+    mol_x.assign(nmols, {});  // the Cartesian positions of the whole molecules, made below
     mol_x_s.assign(nmols, {});
     mol_files.assign(nmols, {});
     size_t next = 0;
@@ -55,15 +64,11 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
       const int n = cif_mol_natoms[i];
       mol_natoms[i] = n;
       mol_atypes[i].resize(n);
-      mol_x[i].resize(3 * static_cast<size_t>(n));
       mol_x_s[i].resize(3 * static_cast<size_t>(n));
       for (int k = 0; k < n; ++k, ++next) {
         const int a = cif_mol_atoms[next];
         mol_atypes[i][k] = atypes[a];
-        for (int c = 0; c < 3; ++c) {
-          mol_x[i][3 * k + c] = x[3 * a + c];
-          mol_x_s[i][3 * k + c] = x_s[3 * a + c];
-        }
+        for (int c = 0; c < 3; ++c) mol_x_s[i][3 * k + c] = x_s[3 * a + c];
       }
       if (lacks_known_element(mol_atypes[i]))
         fatal_error("fileio", fileio_lines::CIF_NO_KNOWN_ELEMENT, FatalStream::Out,
@@ -88,6 +93,7 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
       const Molecule m = make_whole(sites, cell, bond_dis_scale);
       print_whole_molecule(i + 1, m, verbose);
       first += static_cast<size_t>(n);
+      mol_x[i].resize(3 * static_cast<size_t>(n));
       for (int k = 0; k < n; ++k)
         for (int c = 0; c < 3; ++c) {
           mol_x_s[i][3 * k + c] = m.frac[k][c];
