@@ -23,15 +23,6 @@ bool lacks_known_element(const std::vector<int>& types) {
 
 FileIO::FileIO() = default;
 
-void FileIO::release_loading_arrays() {
-  std::vector<int>().swap(atypes);
-  std::vector<double>().swap(x_s);
-  std::vector<double>().swap(x);
-  std::vector<int>().swap(cif_mol_joined);
-  std::vector<double>().swap(cif_mol_radius);
-  std::vector<std::vector<double>>().swap(mol_x);
-}
-
 void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors) {
   if (struct_source == 1) {
     nmols = static_cast<int>(mol_file_names.size());
@@ -53,9 +44,13 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
     }
   } else if (struct_source == 2) {
     nmols = static_cast<int>(cif_mol_natoms.size());
+    // The molecules are cut from the cell's fractional positions: its Cartesian ones serve
+    // the structure reports only.
+    if (!keep_structure_arrays) std::vector<double>().swap(x);
     mol_natoms.assign(nmols, 0);
     mol_atypes.assign(nmols, {});
-    mol_x.assign(nmols, {});  // the Cartesian positions of the whole molecules, made below
+    // The Cartesian positions of the whole molecules, made below.
+    mol_x.assign(keep_structure_arrays ? nmols : 0, {});
     mol_x_s.assign(nmols, {});
     mol_files.assign(nmols, {});
     size_t next = 0;
@@ -93,12 +88,13 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
       const Molecule m = make_whole(sites, cell, bond_dis_scale);
       print_whole_molecule(i + 1, m, verbose);
       first += static_cast<size_t>(n);
-      mol_x[i].resize(3 * static_cast<size_t>(n));
       for (int k = 0; k < n; ++k)
-        for (int c = 0; c < 3; ++c) {
-          mol_x_s[i][3 * k + c] = m.frac[k][c];
-          mol_x[i][3 * k + c] = m.cart[k][c];
-        }
+        for (int c = 0; c < 3; ++c) mol_x_s[i][3 * k + c] = m.frac[k][c];
+      if (keep_structure_arrays) {
+        mol_x[i].resize(3 * static_cast<size_t>(n));
+        for (int k = 0; k < n; ++k)
+          for (int c = 0; c < 3; ++c) mol_x[i][3 * k + c] = m.cart[k][c];
+      }
     }
     for (int c = 0; c < 3; ++c)
       for (int k = 0; k < 3; ++k) cell_vectors[c][k] = latt[k][c];
@@ -127,6 +123,15 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
     cell_latt[3] = std::acos(get_dot(vb, vc) / (cell_lengths[1] * cell_lengths[2])) * 180.0 / KAVRI_PI;
     cell_latt[4] = std::acos(get_dot(va, vc) / (cell_lengths[0] * cell_lengths[2])) * 180.0 / KAVRI_PI;
     cell_latt[5] = std::acos(get_dot(va, vb) / (cell_lengths[0] * cell_lengths[1])) * 180.0 / KAVRI_PI;
+  }
+
+  if (!keep_structure_arrays) {
+    std::vector<int>().swap(atypes);
+    std::vector<double>().swap(x_s);
+    std::vector<double>().swap(x);
+    std::vector<int>().swap(cif_mol_joined);
+    std::vector<double>().swap(cif_mol_radius);
+    std::vector<std::vector<double>>().swap(mol_x);
   }
 
   mol_ids.resize(nmols);
