@@ -67,10 +67,8 @@ class PartitionGrid {
     }
     for (int x = 0; x < count[0]; ++x)
       for (int y = 0; y < count[1]; ++y)
-        for (int z = 0; z < count[2]; ++z) visit_bin((cells[0][x] * shape_.n[1] + cells[1][y]) *
-                                                             shape_.n[2] +
-                                                         cells[2][z],
-                                                     visit);
+        for (int z = 0; z < count[2]; ++z)
+          visit_bin((cells[0][x] * shape_.n[1] + cells[1][y]) * shape_.n[2] + cells[2][z], visit);
   }
 
   template <class Visit>
