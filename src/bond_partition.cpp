@@ -23,6 +23,72 @@ namespace {
 // Atoms whose bond radius is this large (unknown elements) are tested against every atom.
 constexpr double BIG_RADIUS = 50.0;
 
+// The periodic grid's bins, from which atoms are taken out once queued. Each bin keeps its
+// atoms still in the grid at the front of its range of the grid's order (an atom taken out
+// trades places with the bin's last one), so the grid needs two integers per bin and one per
+// atom beside the bins themselves, and no storage per bin of its own.
+class PartitionGrid {
+ public:
+  PartitionGrid(const std::vector<double>& frac, const std::vector<int>& atoms,
+                const double reach[3], int natoms)
+      : frac_(frac), shape_(frac, atoms, reach), place_(natoms, -1) {
+    const size_t nbins = shape_.start.size() - 1;
+    live_.resize(nbins);
+    for (size_t b = 0; b < nbins; ++b) {
+      live_[b] = shape_.start[b + 1] - shape_.start[b];
+      for (int q = shape_.start[b]; q < shape_.start[b + 1]; ++q) place_[shape_.order[q]] = q;
+    }
+  }
+
+  void remove(int a) {
+    const int at = place_[a];
+    if (at < 0) return;
+    const int b = shape_.bin(&frac_[3 * static_cast<size_t>(a)]);
+    const int end = shape_.start[b] + --live_[b];
+    const int last = shape_.order[end];
+    shape_.order[at] = last;
+    place_[last] = at;
+    shape_.order[end] = a;
+    place_[a] = -1;
+  }
+
+  // Calls visit(j) for every atom still in the bins adjacent (periodically) to position f.
+  template <class Visit>
+  void for_each_near(const double* f, Visit visit) const {
+    int cells[3][3], count[3];
+    for (int k = 0; k < 3; ++k) {
+      const int c = shape_.cell_index(f[k], k);
+      count[k] = 0;
+      for (int o = -1; o <= 1; ++o) {
+        const int v = ((c + o) % shape_.n[k] + shape_.n[k]) % shape_.n[k];
+        if (std::find(cells[k], cells[k] + count[k], v) == cells[k] + count[k])
+          cells[k][count[k]++] = v;
+      }
+    }
+    for (int x = 0; x < count[0]; ++x)
+      for (int y = 0; y < count[1]; ++y)
+        for (int z = 0; z < count[2]; ++z)
+          visit_bin((cells[0][x] * shape_.n[1] + cells[1][y]) * shape_.n[2] + cells[2][z], visit);
+  }
+
+  template <class Visit>
+  void for_each(Visit visit) const {
+    for (size_t b = 0; b < live_.size(); ++b) visit_bin(static_cast<int>(b), visit);
+  }
+
+ private:
+  template <class Visit>
+  void visit_bin(int b, Visit& visit) const {
+    const int first = shape_.start[b];
+    for (int q = first; q < first + live_[b]; ++q) visit(shape_.order[q]);
+  }
+
+  const std::vector<double>& frac_;
+  fileio_grid::PeriodicGrid shape_;
+  std::vector<int> live_;   // per bin: atoms still in it
+  std::vector<int> place_;  // per atom: its place in the order (-1 when not in the grid)
+};
+
 }  // namespace
 
 std::vector<double> flat_positions(const std::vector<Fractional>& sites) {
@@ -57,10 +123,18 @@ void bond_grid_reach(const Lattice& lattice, double reach_cart, const std::vecto
 
 Partition partition_cell(const std::vector<Fractional>& sites, const std::vector<double>& radii,
                          const Lattice& lattice, double scale) {
+  return partition_cell(flat_positions(sites), radii, lattice, scale);
+}
+
+Partition partition_cell(const std::vector<double>& x_s, const std::vector<double>& radii,
+                         const Lattice& lattice, double scale) {
   Partition out;
   out.scale = scale;
-  const int n = static_cast<int>(sites.size());
-  const std::vector<double> x_s = flat_positions(sites);
+  const int n = static_cast<int>(x_s.size() / 3);
+  // Every atom is placed exactly once.
+  out.atoms.reserve(n);
+  out.joined.reserve(n);
+  out.radius.reserve(n);
   const BondTest bonded{lattice, scale};
   enum Kind : char { NONFINITE, NORMAL, BIG, UNIVERSAL };
   std::vector<char> kind(n, NONFINITE), in_cell(n, 0);
@@ -104,7 +178,7 @@ Partition partition_cell(const std::vector<Fractional>& sites, const std::vector
   const bool normal_bonds = reach_cart > 0.0;
   double reach[3];
   bond_grid_reach(lattice, reach_cart, x_s, normal, reach);
-  fileio_grid::RemovableGrid grid(x_s, normal, reach, n);
+  PartitionGrid grid(x_s, normal, reach, n);
 
   // Growth: when an atom joins, every not yet queued atom bonded to it is queued (and taken
   // out of the search); the lowest-index queued atom joins next, which is the order of the

@@ -33,6 +33,10 @@ struct Partition {
 // with a non-finite position bonds to nothing.
 Partition partition_cell(const std::vector<Fractional>& sites, const std::vector<double>& radii,
                          const Lattice& lattice, double scale);
+// The same over positions laid out 3 per atom (`frac`, as flat_positions gives them), without
+// a copy of the cell's positions.
+Partition partition_cell(const std::vector<double>& frac, const std::vector<double>& radii,
+                         const Lattice& lattice, double scale);
 // The same by one straightforward bond search per placed atom.
 Partition partition_cell_reference(const std::vector<Fractional>& sites,
                                    const std::vector<double>& radii, const Lattice& lattice,

@@ -190,6 +190,11 @@ class AtomRows {
     added_ = true;
   }
 
+  void reserve(size_t rows) {
+    atoms_.positions.reserve(atoms_.positions.size() + rows);
+    atoms_.symbol.reserve(atoms_.symbol.size() + rows);
+  }
+
   // The last row's texts, kept once the rows have ended; the lists kept at their size.
   void finish() {
     if (added_) atoms_.last_row = joined(last_);
@@ -255,10 +260,20 @@ size_t scan_loop(const Lines& lines, size_t first, CifScan& out, bool& atoms_rea
     FiveColumns cols;
     if (!cols.find(h, tags)) return h.first_row;
     atoms_read = true;  // the atom-site loop ends the scan for good
+    auto ends_rows = [](Line row) {
+      return row.empty() || row[0] == '#' || row[0] == ';' || starts_with_loop(row);
+    };
+    // The rows are counted first, so that the lists are made at their size at once (a large
+    // cell's lists would otherwise be copied on every growth and once more to be trimmed).
+    size_t count = 0;
+    for (size_t k = h.first_row; lines.has(k) && !ends_rows(trimmed(lines.at(k)));
+         k = lines.next(k))
+      ++count;
     AtomRows rows(out.atoms);
+    rows.reserve(count);
     for (size_t k = h.first_row; lines.has(k); k = lines.next(k)) {
       const Line row = trimmed(lines.at(k));
-      if (row.empty() || row[0] == '#' || row[0] == ';' || starts_with_loop(row)) break;
+      if (ends_rows(row)) break;
       rows.add(cols.split(row, fileio_lines::CIF_ATOM_COLUMNS));
     }
     rows.finish();

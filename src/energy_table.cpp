@@ -29,12 +29,14 @@ EnergyTable read_energy_table_lines(const std::function<bool(char*, int)>& gets,
   char buf[kLineBuffer];
   if (gets(buf, kLineBuffer)) {
     const long nblocks = std::min<long>(leading_count(buf), nmols);
+    table.reserve(static_cast<size_t>(std::max<long>(nblocks, 0)));
     for (long b = 0; b < nblocks; ++b) {
       if (!gets(buf, kLineBuffer)) break;
       const long nvalues = leading_count(buf);
       const long needed = b < static_cast<long>(neighbor_counts.size()) ? neighbor_counts[b] : 0;
       const bool last = b + 1 == nblocks;
       std::vector<double> values;
+      values.reserve(static_cast<size_t>(std::max<long>(std::min(nvalues, needed), 0)));
       long held = 0;  // value lines read of the nvalues announced
       while (held < nvalues && (held < needed || !last) && gets(buf, kLineBuffer)) {
         if (held < needed) values.push_back(std::strtod(buf, nullptr));

@@ -142,6 +142,12 @@ class FileIO {
 
   // ---- loading driver
   void read_crystal_strcuture_files(bool verbose, bool write_cell_vectors);
+  // Whether the loading keeps what only it and the structure reports read: the cell's atom
+  // arrays (x, x_s, atypes), the partition's joins and radii and the molecules' Cartesian
+  // positions. A run that goes on from the molecules alone turns it off before the loading,
+  // which then drops each as soon as it has no further use; the atom rows read from the
+  // crystal file stay, so a later crystal read still continues them.
+  void set_structure_arrays_kept(bool keep) { keep_structure_arrays = keep; }
 
   // ---- accessors
   int get_cif_natoms() const { return natoms_cif; }
@@ -194,6 +200,7 @@ class FileIO {
   std::vector<int> cif_mol_joined;
   std::vector<double> cif_mol_radius;
   double cif_partition_scale = 0.0;
+  bool keep_structure_arrays = true;
 
   // structure source and per-molecule model of one unit cell
   int struct_source = 0;  // 1 MOL files, 2 CIF crystal, other: nothing named

@@ -117,12 +117,13 @@ void FileIO::load_cif_scan(CifScan scan, const std::string& file_name, bool verb
   }
 
   make_spacegroup_P1(3);
-  for (int i = 0; i < natoms_cif; ++i) coord_f2c(&x_s[3 * i], &x[3 * i]);
-
+  // The partition reads the fractional positions and radii only: the Cartesian positions of
+  // the expanded cell are made after it, so that the two are never held at the same time.
+  std::vector<double>().swap(x);
   separate_cif_molecules(verbose);
-
-  radius.clear();
-  radius.shrink_to_fit();
+  std::vector<double>().swap(radius);
+  x.assign(3 * static_cast<size_t>(natoms_cif), 0.0);
+  for (int i = 0; i < natoms_cif; ++i) coord_f2c(&x_s[3 * i], &x[3 * i]);
   cif_loaded = 1;
   if (verbose) std::printf("Crystal file %s parsing done.\n", file_name.c_str());
 }

@@ -44,9 +44,13 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
     }
   } else if (struct_source == 2) {
     nmols = static_cast<int>(cif_mol_natoms.size());
+    // The molecules are cut from the cell's fractional positions: its Cartesian ones serve
+    // the structure reports only.
+    if (!keep_structure_arrays) std::vector<double>().swap(x);
     mol_natoms.assign(nmols, 0);
     mol_atypes.assign(nmols, {});
-    mol_x.assign(nmols, {});
+    // The Cartesian positions of the whole molecules, made below.
+    mol_x.assign(keep_structure_arrays ? nmols : 0, {});
     mol_x_s.assign(nmols, {});
     mol_files.assign(nmols, {});
     size_t next = 0;
@@ -55,15 +59,11 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
       const int n = cif_mol_natoms[i];
       mol_natoms[i] = n;
       mol_atypes[i].resize(n);
-      mol_x[i].resize(3 * static_cast<size_t>(n));
       mol_x_s[i].resize(3 * static_cast<size_t>(n));
       for (int k = 0; k < n; ++k, ++next) {
         const int a = cif_mol_atoms[next];
         mol_atypes[i][k] = atypes[a];
-        for (int c = 0; c < 3; ++c) {
-          mol_x[i][3 * k + c] = x[3 * a + c];
-          mol_x_s[i][3 * k + c] = x_s[3 * a + c];
-        }
+        for (int c = 0; c < 3; ++c) mol_x_s[i][3 * k + c] = x_s[3 * a + c];
       }
       if (lacks_known_element(mol_atypes[i]))
         fatal_error("fileio", fileio_lines::CIF_NO_KNOWN_ELEMENT, FatalStream::Out,
@@ -89,10 +89,12 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
       print_whole_molecule(i + 1, m, verbose);
       first += static_cast<size_t>(n);
       for (int k = 0; k < n; ++k)
-        for (int c = 0; c < 3; ++c) {
-          mol_x_s[i][3 * k + c] = m.frac[k][c];
-          mol_x[i][3 * k + c] = m.cart[k][c];
-        }
+        for (int c = 0; c < 3; ++c) mol_x_s[i][3 * k + c] = m.frac[k][c];
+      if (keep_structure_arrays) {
+        mol_x[i].resize(3 * static_cast<size_t>(n));
+        for (int k = 0; k < n; ++k)
+          for (int c = 0; c < 3; ++c) mol_x[i][3 * k + c] = m.cart[k][c];
+      }
     }
     for (int c = 0; c < 3; ++c)
       for (int k = 0; k < 3; ++k) cell_vectors[c][k] = latt[k][c];
@@ -121,6 +123,15 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
     cell_latt[3] = std::acos(get_dot(vb, vc) / (cell_lengths[1] * cell_lengths[2])) * 180.0 / KAVRI_PI;
     cell_latt[4] = std::acos(get_dot(va, vc) / (cell_lengths[0] * cell_lengths[2])) * 180.0 / KAVRI_PI;
     cell_latt[5] = std::acos(get_dot(va, vb) / (cell_lengths[0] * cell_lengths[1])) * 180.0 / KAVRI_PI;
+  }
+
+  if (!keep_structure_arrays) {
+    std::vector<int>().swap(atypes);
+    std::vector<double>().swap(x_s);
+    std::vector<double>().swap(x);
+    std::vector<int>().swap(cif_mol_joined);
+    std::vector<double>().swap(cif_mol_radius);
+    std::vector<std::vector<double>>().swap(mol_x);
   }
 
   mol_ids.resize(nmols);

@@ -70,19 +70,8 @@ void FileIO::find_bond_atom_one(int natoms, double* fx, const double* radii,
   search_bond(natoms, unassigned, nlist, list, test, atom, partner, distance);
 }
 
-namespace {
-
-std::vector<Fractional> cell_sites(const std::vector<double>& x_s, int natoms) {
-  std::vector<Fractional> sites(natoms);
-  for (int i = 0; i < natoms; ++i) sites[i] = Fractional(&x_s[3 * static_cast<size_t>(i)]);
-  return sites;
-}
-
-}  // namespace
-
 void FileIO::separate_cif_molecules(bool verbose) {
-  store_partition(partition_cell(cell_sites(x_s, natoms_cif), radius, lattice(), bond_dis_scale),
-                  verbose);
+  store_partition(partition_cell(x_s, radius, lattice(), bond_dis_scale), verbose);
 }
 
 void FileIO::store_partition(Partition partition, bool verbose) {

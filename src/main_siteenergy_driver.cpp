@@ -116,6 +116,8 @@ int kavri_siteenergy_main(int argc, char** argv) {
   std::printf("*** Perform Transport Site Energy Calculation...\n");
   {
     auto se = std::make_unique<SiteEnergy>();
+    // The site energies go on from the molecules alone.
+    se->set_structure_arrays_kept(false);
     se->read_kavri_inp(input_file.c_str(), verbose);
     se->read_crystal_strcuture_files(verbose, false);
     se->post_data_read_treatment(verbose);

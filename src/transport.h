@@ -209,6 +209,6 @@ class Transport : public KavriInp {
  private:
   // The list of "neighbor.dat" in the working directory (molecules and shifts only).
   NeighborList read_neighbor_file() const;
-  // Copies a built or read list into the neighbour fields.
-  void store_neighbor_list(const NeighborList& list);
+  // Moves a built or read list into the neighbour fields.
+  void store_neighbor_list(NeighborList list);
 };

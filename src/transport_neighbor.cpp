@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "transport.h"
@@ -73,7 +74,7 @@ double Transport::calc_neighbor_com_rsq(int i, int k, const int shift[3]) const 
   return centre_distance_sq(centres(), lattice(), i, k, shift);
 }
 
-void Transport::store_neighbor_list(const NeighborList& list) {
+void Transport::store_neighbor_list(NeighborList list) {
   nei_count.assign(nmols_uc, 0);
   nei_mol.assign(nmols_uc, {});
   nei_a.assign(nmols_uc, {});
@@ -81,8 +82,10 @@ void Transport::store_neighbor_list(const NeighborList& list) {
   nei_c.assign(nmols_uc, {});
   nei_com.assign(nmols_uc, {});
   nei_disp.assign(nmols_uc, {});
+  // Each molecule's images are released once copied, so that the list and the fields are
+  // never held in full at the same time.
   for (int i = 0; i < nmols_uc; ++i) {
-    const std::vector<NeighborImage>& images = list.of[i];
+    std::vector<NeighborImage> images = std::move(list.of[i]);
     const int n = static_cast<int>(images.size());
     nei_count[i] = n;
     nei_mol[i].resize(n);
@@ -132,7 +135,7 @@ void Transport::build_neighbor_list(bool read_from_file, bool verbose) {
   if (verbose) std::printf("**** End of KAVRI Build Neighbor List ****\n\n");
   if (!com_ready) calc_x_com();
   if (read_from_file) place_neighbor_images(list, centres(), lattice());
-  store_neighbor_list(list);
+  store_neighbor_list(std::move(list));
 
   allocate_mol_id_indexes_array();
   // The storage of later stages follows the new list; it is sized when a stage asks for it.

@@ -298,6 +298,43 @@ TEST(NeighborSearch, TheModelsListOnARealCrystal) {
   }
 }
 
+// A model whose loading drops the cell's arrays as it goes (the site-energy run) has the same
+// molecules, molecular data and neighbour list as one that keeps them, and still the atom rows
+// of its crystal file.
+TEST(NeighborSearch, TheListDoesNotNeedTheStructureArrays) {
+  for (const char* crystal : {"tipge_pentacene_pbca.cif", "anthracene_3x3x2_p1.cif"}) {
+    SCOPED_TRACE(crystal);
+    SiteEnergy kept, dropped;
+    dropped.set_structure_arrays_kept(false);
+    load(kept, crystal, "");
+    load(dropped, crystal, "");
+    EXPECT_EQ(dropped.get_cif_mol_sizes(), kept.get_cif_mol_sizes());
+    EXPECT_EQ(dropped.get_cif_mol_atoms(), kept.get_cif_mol_atoms());
+    EXPECT_EQ(dropped.get_cif_natoms(), kept.get_cif_natoms());
+    EXPECT_EQ(dropped.get_cif_atom_symbol(0), kept.get_cif_atom_symbol(0));
+    for (SiteEnergy* m : {&kept, &dropped}) {
+      m->post_data_read_treatment(false);
+      m->build_neighbor_list(false, false);
+    }
+    EXPECT_EQ(dropped.get_mol_mass(), kept.get_mol_mass());
+    EXPECT_EQ(dropped.get_x_com(), kept.get_x_com());
+    EXPECT_EQ(dropped.get_homo(), kept.get_homo());
+    ASSERT_EQ(dropped.get_nmols_uc(), kept.get_nmols_uc());
+    for (int i = 0; i < kept.get_nmols_uc(); ++i) {
+      ASSERT_EQ(dropped.get_nei_count(i), kept.get_nei_count(i));
+      EXPECT_EQ(dropped.get_nei_com(i), kept.get_nei_com(i));
+      EXPECT_EQ(dropped.get_nei_disp(i), kept.get_nei_disp(i));
+      for (int k = 0; k < kept.get_nei_count(i); ++k) {
+        int a[3], b[3];
+        kept.get_nei_shift(i, k, a);
+        dropped.get_nei_shift(i, k, b);
+        EXPECT_EQ(dropped.get_nei_mol(i, k), kept.get_nei_mol(i, k));
+        EXPECT_TRUE(a[0] == b[0] && a[1] == b[1] && a[2] == b[2]);
+      }
+    }
+  }
+}
+
 // Tables keep what the list needs and stop reading after its last value; the text of the
 // site energies sums the multipole part when given.
 TEST(SiteEnergyStages, TablesAndText) {
