@@ -50,5 +50,26 @@ struct Lattice {
 };
 
 // out = m * in over raw 3-vectors (in and out may be the same array): the one matrix product
-// of every conversion, so that every path rounds alike.
-void lattice_product(const double m[3][3], const double in[3], double out[3]);
+// of every conversion, so that every path rounds alike. Inline: the partition, the whole
+// molecules and the neighbour search call it once per atom or atom pair.
+inline void lattice_product(const double m[3][3], const double in[3], double out[3]) {
+  const double v0 = in[0], v1 = in[1], v2 = in[2];
+  const double o0 = m[0][0] * v0 + m[0][1] * v1 + m[0][2] * v2;
+  const double o1 = m[1][0] * v0 + m[1][1] * v1 + m[1][2] * v2;
+  const double o2 = m[2][0] * v0 + m[2][1] * v1 + m[2][2] * v2;
+  out[0] = o0;
+  out[1] = o1;
+  out[2] = o2;
+}
+
+inline Cartesian Lattice::to_cartesian(const Fractional& f) const {
+  Cartesian c;
+  lattice_product(m, f.v, c.v);
+  return c;
+}
+
+inline Fractional Lattice::to_fractional(const Cartesian& c) const {
+  Fractional f;
+  lattice_product(inv, c.v, f.v);
+  return f;
+}
