@@ -2,6 +2,7 @@
 // Cartesian (angstrom) positions are distinct types with no conversion between them except
 // through a Lattice, so one cannot be passed where the other is meant.
 #pragma once
+#include <cmath>
 
 // A position or displacement in cell units.
 struct Fractional {
@@ -60,6 +61,13 @@ inline void lattice_product(const double m[3][3], const double in[3], double out
   out[0] = o0;
   out[1] = o1;
   out[2] = o2;
+}
+
+// |m * d|: the product, then the square root of the sum of its squared components in order.
+inline double cartesian_length(const double m[3][3], const double d[3]) {
+  double c[3];
+  lattice_product(m, d, c);
+  return std::sqrt(c[0] * c[0] + c[1] * c[1] + c[2] * c[2]);
 }
 
 inline Cartesian Lattice::to_cartesian(const Fractional& f) const {

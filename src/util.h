@@ -3,7 +3,6 @@
 // index sorts, the process-wide random generator, small 3x3 linear algebra, Jacobi
 // eigen-solver, Runge-Kutta steps, line fit and text dumps. The FFT is in ct_fft.h.
 #pragma once
-#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cwchar>
@@ -137,10 +136,7 @@ double det(double A[3][3]);
 void transpose_matrix(double A[3][3]);
 void transpose_matrix(double** A, int n);
 void invert(double A[3][3], double B[3][3]);
-// Inline: the bond tests take one length per atom pair.
-inline double get_magnitude(const double v[3]) {
-  return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
-}
+double get_magnitude(const double v[3]);
 double get_dot(const double a[3], const double b[3]);
 void mat_vec_mul(double A[3][3], const double x[3], double y[3]);
 void mat_vec_mul_n(double A[3][3], double X[][3], double Y[][3], int n);

@@ -274,6 +274,8 @@ void invert(double A[3][3], double B[3][3]) {
   B[2][2] = (A[0][0] * A[1][1] - A[0][1] * A[1][0]) / d;
 }
 
+double get_magnitude(const double v[3]) { return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]); }
+
 double get_dot(const double a[3], const double b[3]) {
   return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
 }
