@@ -98,13 +98,6 @@ std::vector<double> flat_positions(const std::vector<Fractional>& sites) {
   return flat;
 }
 
-bool BondTest::operator()(const double d[3], double ri, double rj, double& dist) const {
-  double c[3];
-  lattice_product(lattice.m, d, c);
-  dist = get_magnitude(c);
-  return (ri + rj) * scale > dist;
-}
-
 void bond_grid_reach(const Lattice& lattice, double reach_cart, const std::vector<double>& frac,
                      const std::vector<int>& atoms, double reach[3]) {
   // A bonded pair's minimum-image displacement d has |L d| below reach_cart, so along axis k

@@ -12,7 +12,11 @@ struct BondTest {
   const Lattice& lattice;
   double scale;
 
-  bool operator()(const double d[3], double ri, double rj, double& dist) const;
+  // Inline: the partition and the whole molecules test one pair after another.
+  bool operator()(const double d[3], double ri, double rj, double& dist) const {
+    dist = cartesian_length(lattice.m, d);
+    return (ri + rj) * scale > dist;
+  }
 };
 
 // The molecules of a cell.

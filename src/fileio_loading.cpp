@@ -55,7 +55,7 @@ void FileIO::read_crystal_strcuture_files(bool verbose, bool write_cell_vectors)
     mol_files.assign(nmols, {});
     size_t next = 0;
     for (int i = 0; i < nmols; ++i) {
-      mol_files[i] = format_string("mol%d.mol", i + 1);
+      mol_files[i] = "mol" + std::to_string(i + 1) + ".mol";
       const int n = cif_mol_natoms[i];
       mol_natoms[i] = n;
       mol_atypes[i].resize(n);

@@ -1,5 +1,5 @@
-// The lattice of a crystal: the matrix of six cell parameters, its inverse, and the
-// conversions between fractional and Cartesian positions.
+// The lattice of a crystal: the matrix of six cell parameters and its inverse (the conversions
+// between fractional and Cartesian positions are inline in lattice.h).
 #include "lattice.h"
 
 #include <cmath>
@@ -36,23 +36,6 @@ Lattice Lattice::from_parameters(const double cell6[6]) {
   I[1][2] = -L[1][2] / (L[1][1] * L[2][2]);
   I[0][2] = (L[0][1] * L[1][2] / L[1][1] - L[0][2]) / (L[0][0] * L[2][2]);
   return l;
-}
-
-void lattice_product(const double m[3][3], const double in[3], double out[3]) {
-  const double v0 = in[0], v1 = in[1], v2 = in[2];
-  for (int k = 0; k < 3; ++k) out[k] = m[k][0] * v0 + m[k][1] * v1 + m[k][2] * v2;
-}
-
-Cartesian Lattice::to_cartesian(const Fractional& f) const {
-  Cartesian c;
-  lattice_product(m, f.v, c.v);
-  return c;
-}
-
-Fractional Lattice::to_fractional(const Cartesian& c) const {
-  Fractional f;
-  lattice_product(inv, c.v, f.v);
-  return f;
 }
 
 void Lattice::inverse_row_lengths(double row[3]) const {

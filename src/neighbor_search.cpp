@@ -1,7 +1,9 @@
 // The neighbour search: the straightforward loops over every image of the search range, and
 // the fast search that proposes only the images whose bounding spheres come within reach and
 // tests their contacts through Cartesian positions computed once (an atom grid for large
-// molecules). Both give the same candidates in the same order.
+// molecules), only from the atoms that come within reach of the other molecule's sphere, and
+// each pair of molecules from the lower-numbered one only. Both give the same candidates in the
+// same order.
 #include "neighbor_search.h"
 
 #include <algorithm>
@@ -36,15 +38,24 @@ void add_candidate(const NeighborSearch& s, int i, int j, int a, int b, int c,
 class FastSearch {
  public:
   explicit FastSearch(const NeighborSearch& search);
-  NeighborCandidates candidates(int i);
+  // The candidates of molecule i. With `in_order` (molecules 0, 1, 2, ... in turn) only the
+  // molecules j >= i are tested: the images of j < i in contact with i were found by the
+  // search of j, which keeps them for i.
+  NeighborCandidates candidates(int i, bool in_order);
 
  private:
   struct BoundingSphere {
-    double centre[3];          // fractional
-    double radius;             // angstrom
-    bool any;                  // false when the molecule has no atom with finite coordinates
-    double cart_centre[3];     // L * centre
-    std::vector<double> cart;  // L * position of each atom, 3 per atom (NaN where not finite)
+    double centre[3];       // fractional
+    double radius;          // angstrom
+    bool any;               // false when the molecule has no atom with finite coordinates
+    double cart_centre[3];  // L * centre
+    // L * position of each atom (NaN where not finite), by axis: the x of every atom, then
+    // every y, then every z, so that the distances from one point to all atoms vectorise.
+    std::vector<double> cart;
+  };
+  struct Image {
+    long c, b, a;
+    int j;
   };
   // The atoms of one molecule binned in Cartesian space, so that each atom of another
   // molecule meets only the atoms within reach.
@@ -64,11 +75,15 @@ class FastSearch {
     return search_margin::widened(rc + ri + rj, lattice_kappa, coordinate_scale);
   }
   void build_atom_grid(int j, double rc);
-  // Contact tests with the same answer and the same first pair as molecules_within_cutoff:
-  // through the atom grid of j, and through the Cartesian positions with two bounds before
-  // the exact test.
-  bool within_rcut_grid(int i, int j, const int shift[3], double rc2, double* dsq);
-  bool within_rcut_cart(int i, int j, const int shift[3], double rc2, double* dsq) const;
+  // The atoms of i whose squared distance from the image centre of j (Cartesian) is at most
+  // `atom_reach2`, in atom order, into `close`; `move` is the Cartesian shift of the image.
+  void atoms_near_image(int i, int j, const double move[3], double atom_reach2);
+  // Contact tests with the same answer as molecules_within_cutoff (whether some atom pair
+  // passes the exact test; the search needs no more), over the atoms in `close`: through the
+  // atom grid of j, and through the Cartesian positions with a bound before the exact test.
+  bool within_rcut_grid(int i, int j, const int shift[3], double rc2);
+  bool within_rcut_cart(int i, int j, const int shift[3], const double move[3], double rc2,
+                        double pair_reach2);
 
   const NeighborSearch& s;
   const double (&latt)[3][3];
@@ -82,7 +97,26 @@ class FastSearch {
   double centre_magnitude = 1.0;  // at least 1 and twice the largest |component| of a centre
   fileio_grid::PeriodicGrid centre_grid;  // molecule centres, binned for the cut-off reach
   std::vector<AtomGrid> atom_grids;
+  // Work space of one molecule's search, kept between molecules.
+  std::vector<int> near, close;
+  std::vector<double> dist2;  // squared distances, one per atom of the largest molecule
+  std::vector<Image> found;
+  // Per molecule, the images of it found by the searches of earlier molecules (in_order).
+  std::vector<std::vector<Image>> found_earlier;
 };
+
+// out[q] = squared Cartesian distance from `point` to atom q of the n atoms of `cart` (laid
+// out by axis), as the difference of the two products and its sum of squares.
+void squared_distances(const double* cart, int n, const double point[3], double* out) {
+  const double* x = cart;
+  const double* y = cart + n;
+  const double* z = cart + 2 * static_cast<size_t>(n);
+  const double px = point[0], py = point[1], pz = point[2];
+  for (int q = 0; q < n; ++q) {
+    const double dx = x[q] - px, dy = y[q] - py, dz = z[q] - pz;
+    out[q] = dx * dx + dy * dy + dz * dz;
+  }
+}
 
 FastSearch::FastSearch(const NeighborSearch& search) : s(search), latt(search.lattice.m) {
   const CellMolecules& m = s.molecules;
@@ -112,10 +146,18 @@ FastSearch::FastSearch(const NeighborSearch& search) : s(search), latt(search.la
     }
     b.any = std::isfinite(b.radius);
     lattice_product(latt, b.centre, b.cart_centre);
-    b.cart.assign(3 * static_cast<size_t>(m.natoms[i]), NAN);
-    for (int p = 0; p < m.natoms[i]; ++p)
-      if (finite3(&x[3 * p])) lattice_product(latt, &x[3 * p], &b.cart[3 * p]);
+    const size_t na = static_cast<size_t>(m.natoms[i]);
+    b.cart.assign(3 * na, NAN);
+    for (size_t p = 0; p < na; ++p) {
+      if (!finite3(&x[3 * p])) continue;
+      double cart[3];
+      lattice_product(latt, &x[3 * p], cart);
+      for (size_t k = 0; k < 3; ++k) b.cart[k * na + p] = cart[k];
+    }
   }
+  int most_atoms = 0;
+  for (int i = 0; i < nmols; ++i) most_atoms = std::max(most_atoms, m.natoms[i]);
+  dist2.assign(static_cast<size_t>(most_atoms), 0.0);
   lattice_kappa = search_margin::lattice_condition(latt, s.lattice.inv);
   double lattice_norm = 0.0;
   for (int r = 0; r < 3; ++r)
@@ -216,9 +258,18 @@ void FastSearch::build_atom_grid(int j, double rc) {
   }
 }
 
-bool FastSearch::within_rcut_grid(int i, int j, const int shift[3], double rc2, double* dsq) {
+void FastSearch::atoms_near_image(int i, int j, const double move[3], double atom_reach2) {
   const int ni = s.molecules.natoms[i];
-  if (ni <= 0) return false;
+  const double* cj = spheres[j].cart_centre;
+  const double image_centre[3] = {cj[0] + move[0], cj[1] + move[1], cj[2] + move[2]};
+  squared_distances(spheres[i].cart.data(), ni, image_centre, dist2.data());
+  close.clear();
+  // Atoms with a non-finite coordinate never pass the exact test (NaN compares false).
+  for (int p = 0; p < ni; ++p)
+    if (dist2[p] <= atom_reach2) close.push_back(p);
+}
+
+bool FastSearch::within_rcut_grid(int i, int j, const int shift[3], double rc2) {
   const double rc = std::sqrt(rc2);
   if (!atom_grids[j].built) build_atom_grid(j, rc);
   const AtomGrid& g = atom_grids[j];
@@ -226,7 +277,7 @@ bool FastSearch::within_rcut_grid(int i, int j, const int shift[3], double rc2, 
   const double* pj = s.molecules.frac[j].data();
   const double sh[3] = {static_cast<double>(shift[0]), static_cast<double>(shift[1]),
                         static_cast<double>(shift[2])};
-  for (int p = 0; p < ni; ++p) {
+  for (int p : close) {
     const double* fp = &pi[3 * p];
     if (!finite3(fp)) continue;  // such an atom never comes within the cut-off
     // Atom p seen from the home cell of molecule j.
@@ -253,8 +304,6 @@ bool FastSearch::within_rcut_grid(int i, int j, const int shift[3], double rc2, 
       hi[k] = b >= g.n[k] ? g.n[k] - 1 : static_cast<int>(b);
     }
     if (outside) continue;
-    int first = -1;
-    double first_d2 = 0.0;
     for (int x = lo[0]; x <= hi[0]; ++x)
       for (int y = lo[1]; y <= hi[1]; ++y)
         for (int z = lo[2]; z <= hi[2]; ++z) {
@@ -270,68 +319,39 @@ bool FastSearch::within_rcut_grid(int i, int j, const int shift[3], double rc2, 
           if (gap2 > r * r) continue;
           for (int t = g.start[b]; t < g.start[b + 1]; ++t) {
             const int q = g.order[t];
-            if (first >= 0 && q > first) continue;
             double d[3];
             for (int c = 0; c < 3; ++c) d[c] = pj[3 * q + c] - fp[c] + sh[c];
-            const double d2 = cart_length_sq(latt, d);
-            if (d2 < rc2) {
-              first = q;
-              first_d2 = d2;
-            }
+            if (cart_length_sq(latt, d) < rc2) return true;
           }
         }
-    if (first >= 0) {
-      *dsq = first_d2;
-      return true;
-    }
   }
   return false;
 }
 
-bool FastSearch::within_rcut_cart(int i, int j, const int shift[3], double rc2, double* dsq) const {
-  const int ni = s.molecules.natoms[i];
+bool FastSearch::within_rcut_cart(int i, int j, const int shift[3], const double move[3],
+                                  double rc2, double pair_reach2) {
   const int nj = s.molecules.natoms[j];
-  if (ni <= 0) return false;
-  const BoundingSphere& si = spheres[i];
-  const BoundingSphere& sj = spheres[j];
   const double sh[3] = {static_cast<double>(shift[0]), static_cast<double>(shift[1]),
                         static_cast<double>(shift[2])};
-  double move[3];  // Cartesian translation of the image
-  for (int k = 0; k < 3; ++k)
-    move[k] = latt[k][0] * sh[0] + latt[k][1] * sh[1] + latt[k][2] * sh[2];
-  const double image_centre[3] = {sj.cart_centre[0] + move[0], sj.cart_centre[1] + move[1],
-                                  sj.cart_centre[2] + move[2]};
-  // Differences of products L f stand for products of differences: the same round-off bound
-  // as the atom grid's (search_margin.h).
-  const double pair_reach = search_margin::widened(std::sqrt(rc2), lattice_kappa, coordinate_scale);
-  const double atom_reach =
-      search_margin::widened(std::sqrt(rc2) + sj.radius, lattice_kappa, coordinate_scale);
-  const double pair_reach2 = pair_reach * pair_reach, atom_reach2 = atom_reach * atom_reach;
+  const double* ci = spheres[i].cart.data();
+  const size_t ni = static_cast<size_t>(s.molecules.natoms[i]);
   const double* pi = s.molecules.frac[i].data();
   const double* pj = s.molecules.frac[j].data();
-  for (int p = 0; p < ni; ++p) {
-    const double* cp = &si.cart[3 * p];
-    // Atoms with a non-finite coordinate never pass the exact test (NaN compares false).
-    const double e[3] = {cp[0] - image_centre[0], cp[1] - image_centre[1], cp[2] - image_centre[2]};
-    if (!(e[0] * e[0] + e[1] * e[1] + e[2] * e[2] <= atom_reach2)) continue;
-    const double at[3] = {cp[0] - move[0], cp[1] - move[1], cp[2] - move[2]};
+  for (int p : close) {
+    // Atom p seen from the home cell of molecule j, against every atom of j at once.
+    const double at[3] = {ci[p] - move[0], ci[ni + p] - move[1], ci[2 * ni + p] - move[2]};
+    squared_distances(spheres[j].cart.data(), nj, at, dist2.data());
     for (int q = 0; q < nj; ++q) {
-      const double* cq = &sj.cart[3 * q];
-      const double c[3] = {cq[0] - at[0], cq[1] - at[1], cq[2] - at[2]};
-      if (!(c[0] * c[0] + c[1] * c[1] + c[2] * c[2] <= pair_reach2)) continue;
+      if (!(dist2[q] <= pair_reach2)) continue;
       double d[3];
       for (int k = 0; k < 3; ++k) d[k] = pj[3 * q + k] - pi[3 * p + k] + sh[k];
-      const double d2 = cart_length_sq(latt, d);
-      if (d2 < rc2) {
-        *dsq = d2;
-        return true;
-      }
+      if (cart_length_sq(latt, d) < rc2) return true;
     }
   }
   return false;
 }
 
-NeighborCandidates FastSearch::candidates(int i) {
+NeighborCandidates FastSearch::candidates(int i, bool in_order) {
   NeighborCandidates out;
   const double rc2 = s.cutoff_sq;
   // An atom pair with a non-finite coordinate or lattice entry never passes the contact test,
@@ -344,14 +364,21 @@ NeighborCandidates FastSearch::candidates(int i) {
   double inv_row[3];
   s.lattice.inverse_row_lengths(inv_row);
 
-  struct Image {
-    long c, b, a;
-    int j;
-  };
-  std::vector<Image> found;
+  found.clear();
   const BoundingSphere& si = spheres[i];
-  std::vector<int> near;
-  centre_grid.for_each_near(si.centre, [&](int j) { near.push_back(j); });
+  near.clear();
+  centre_grid.for_each_near(si.centre, [&](int j) {
+    if (!in_order || j >= i) near.push_back(j);
+  });
+  // The contact test is symmetric to the last bit: the image of j shifted by s touches i
+  // exactly when the image of i shifted by -s touches j, since every difference, sum and
+  // product of the two tests is the negation of the other's (rounding is symmetric) and the
+  // squares agree. So the images of j < i that touch i are those the search of j found.
+  if (in_order) {
+    if (found_earlier.empty()) found_earlier.resize(spheres.size());
+    found.assign(found_earlier[i].begin(), found_earlier[i].end());
+    std::vector<Image>().swap(found_earlier[i]);
+  }
   // Most molecules of the neighbouring bins lie beyond any contact. Their image ranges below
   // are empty along some axis: no whole number of cells brings the centres within the span of
   // the pair. The span grows with the pair's reach and with |v| (at most centre_magnitude), so
@@ -362,6 +389,11 @@ NeighborCandidates FastSearch::candidates(int i) {
   for (int k = 0; k < 3; ++k)
     span_max[k] = search_margin::widened(inv_row[k] * widest, lattice_kappa,
                                          centre_magnitude + static_cast<double>(N[k]) + 1.0);
+  // Differences of products L f stand for products of differences in the contact tests' bounds
+  // (an atom pair, and an atom against the sphere of the other molecule): the same round-off
+  // bound as the atom grid's (search_margin.h).
+  const double pair_reach = search_margin::widened(rc, lattice_kappa, coordinate_scale);
+  const double pair_reach2 = pair_reach * pair_reach;
   for (int j : near) {
     const BoundingSphere& sj = spheres[j];
     bool apart = false;
@@ -391,6 +423,10 @@ NeighborCandidates FastSearch::candidates(int i) {
     if (empty) continue;
     const bool large =
         static_cast<long>(s.molecules.natoms[i]) * s.molecules.natoms[j] > s.contact_grid_threshold;
+    // An atom of i closer than the cut-off to an atom of the image of j lies within the
+    // cut-off plus the radius of j from the image's centre.
+    const double atom_reach = search_margin::widened(rc + sj.radius, lattice_kappa, coordinate_scale);
+    const double atom_reach2 = atom_reach * atom_reach;
     for (long c = lo[2]; c <= hi[2]; ++c)
       for (long b = lo[1]; b <= hi[1]; ++b)
         for (long a = lo[0]; a <= hi[0]; ++a) {
@@ -398,11 +434,18 @@ NeighborCandidates FastSearch::candidates(int i) {
           const double d[3] = {v[0] + a, v[1] + b, v[2] + c};
           if (cart_length_sq(latt, d) >= reach * reach) continue;
           const int shift[3] = {static_cast<int>(a), static_cast<int>(b), static_cast<int>(c)};
-          double dsq = 1000000.0;
-          if (large ? !within_rcut_grid(i, j, shift, rc2, &dsq)
-                    : !within_rcut_cart(i, j, shift, rc2, &dsq))
+          const double sh[3] = {static_cast<double>(a), static_cast<double>(b),
+                                static_cast<double>(c)};
+          double move[3];  // Cartesian translation of the image
+          for (int k = 0; k < 3; ++k)
+            move[k] = latt[k][0] * sh[0] + latt[k][1] * sh[1] + latt[k][2] * sh[2];
+          atoms_near_image(i, j, move, atom_reach2);
+          if (close.empty()) continue;
+          if (large ? !within_rcut_grid(i, j, shift, rc2)
+                    : !within_rcut_cart(i, j, shift, move, rc2, pair_reach2))
             continue;
           found.push_back({c, b, a, j});
+          if (in_order && j > i) found_earlier[j].push_back({-c, -b, -a, i});
           if (static_cast<int>(found.size()) >= kNeighborCapacity) break;
         }
     if (static_cast<int>(found.size()) >= kNeighborCapacity) break;
@@ -493,12 +536,12 @@ NeighborCandidates neighbor_candidates_reference(const NeighborSearch& s, int i)
 }
 
 NeighborCandidates neighbor_candidates(const NeighborSearch& s, int i) {
-  return FastSearch(s).candidates(i);
+  return FastSearch(s).candidates(i, false);
 }
 
 NeighborList search_neighbor_list(const NeighborSearch& s) {
   FastSearch fast(s);
-  return sorted_list(s, [&fast](int i) { return fast.candidates(i); });
+  return sorted_list(s, [&fast](int i) { return fast.candidates(i, true); });
 }
 
 NeighborList search_neighbor_list_reference(const NeighborSearch& s) {

@@ -28,22 +28,51 @@ constexpr double MAX_PAIR_TESTS_PER_ATOM = 8.0;
 constexpr double MAX_PAIR_TESTS = 256.0;
 constexpr double MAX_PAIR_RADIUS = 50.0;
 
+// Molecules of up to this many atoms keep their work arrays on the stack: most molecules are
+// made whole in one pass, and arrays from the heap would cost more than that pass.
+constexpr size_t LOCAL_ATOMS = 128;
+
+// n values, on the stack for a molecule of up to LOCAL_ATOMS atoms.
+template <class T>
+class WorkArray {
+ public:
+  explicit WorkArray(size_t n) : data_(n <= LOCAL_ATOMS ? local_ : grow_heap(n)) {}
+  WorkArray(const WorkArray&) = delete;
+  WorkArray& operator=(const WorkArray&) = delete;
+  T* data() { return data_; }
+  T& operator[](size_t k) { return data_[k]; }
+
+ private:
+  T* grow_heap(size_t n) {
+    heap_.resize(n);
+    return heap_.data();
+  }
+  T local_[LOCAL_ATOMS];
+  std::vector<T> heap_;
+  T* data_;
+};
+
 // Element record for an index from a file; an unknown element (-1) uses the dummy record.
 const Element& element_record(int index) {
   return Elements_m[(index >= 0 && index < NELEMENTS) ? index : 0];
 }
 
-std::vector<double> whole_molecule_radii(const std::vector<int>& types) {
-  std::vector<double> radii(types.size());
-  for (size_t k = 0; k < types.size(); ++k) radii[k] = element_record(types[k]).radius_a / 250.0;
-  return radii;
+void whole_molecule_radii(const std::vector<int>& types, double* radii) {
+  // Radius code A / 250 of every element (the dummy's for unknown ones), divided once.
+  static const std::vector<double> table = [] {
+    std::vector<double> r(NELEMENTS);
+    for (int e = 0; e < NELEMENTS; ++e) r[e] = Elements_m[e].radius_a / 250.0;
+    return r;
+  }();
+  for (size_t k = 0; k < types.size(); ++k)
+    radii[k] = table[(types[k] >= 0 && types[k] < NELEMENTS) ? types[k] : 0];
 }
 
 // The bond test of the growth, free atom i against placed atom j: 1 when the displacement
 // bonds as it stands, 2 when it bonds through the minimum image (d then holds that image),
 // 0 when not bonded.
-int whole_bond(const BondTest& bonded, int i, int j, const Positions& fx,
-               const std::vector<double>& radii, double d[3]) {
+int whole_bond(const BondTest& bonded, int i, int j, const Positions& fx, const double* radii,
+               double d[3]) {
   double dist;
   for (int c = 0; c < 3; ++c) d[c] = fx[j][c] - fx[i][c];
   if (bonded(d, radii[i], radii[j], dist)) return 1;
@@ -52,7 +81,7 @@ int whole_bond(const BondTest& bonded, int i, int j, const Positions& fx,
 }
 
 // Grid growth; returns the number of atoms placed and moves atoms to the bonded images.
-int grow(const BondTest& bonded, Positions& fx, const std::vector<double>& radii) {
+int grow(const BondTest& bonded, Positions& fx, const double* radii) {
   const int natoms = static_cast<int>(fx.size());
   std::vector<int> finite;
   double rmax = 0.0;
@@ -109,8 +138,7 @@ int grow(const BondTest& bonded, Positions& fx, const std::vector<double>& radii
 // molecule was bonded by the partition (radii `partition_radii`, scale `partition_scale`)
 // through the same image, round-off included.
 bool partition_covers_whole_bonds(const BondTest& bonded, const Positions& fx,
-                                  const std::vector<double>& radii,
-                                  const std::vector<double>& partition_radii,
+                                  const double* radii, const std::vector<double>& partition_radii,
                                   double partition_scale) {
   // The partition tested the single-wrapped displacement of the stored positions, all inside
   // the cell here. The whole-molecule test measures a displacement of the current positions,
@@ -137,31 +165,37 @@ bool partition_covers_whole_bonds(const BondTest& bonded, const Positions& fx,
     int count;
   };
   constexpr size_t MAX_KINDS = 16;  // beyond this the pair check is not worth it
-  std::vector<Kind> kinds;
-  std::vector<size_t> kind_of(natoms);
+  Kind kinds[MAX_KINDS];
+  size_t nkinds = 0;
+  WorkArray<unsigned char> kind_of(static_cast<size_t>(natoms));
   double rmax = 0.0;
-  std::vector<int> atoms(natoms);
+  double largest = 0.0;  // largest coordinate
   for (int k = 0; k < natoms; ++k) {
-    for (int c = 0; c < 3; ++c)
-      if (!(fx[k][c] >= 0.0 && fx[k][c] <= 1.0)) return false;  // outside the cell, or not finite
-    auto same = [&](const Kind& s) {
-      return s.whole == radii[k] && s.partition == partition_radii[k];
-    };
-    auto it = std::find_if(kinds.begin(), kinds.end(), same);
-    if (it != kinds.end()) {
-      ++it->count;
-    } else {
-      if (kinds.size() == MAX_KINDS) return false;
-      it = kinds.insert(kinds.end(), {radii[k], partition_radii[k], 1});
+    for (int c = 0; c < 3; ++c) {
+      const double f = fx[k][c];
+      if (!(f >= 0.0 && f <= 1.0)) return false;  // outside the cell, or not finite
+      largest = f > largest ? f : largest;
     }
-    kind_of[k] = static_cast<size_t>(it - kinds.begin());
+    // The kind of atom k, compared with every kind at once (no branch per kind).
+    unsigned match = 0;
+    for (size_t q = 0; q < nkinds; ++q)
+      match |= static_cast<unsigned>((kinds[q].whole == radii[k]) &
+                                     (kinds[q].partition == partition_radii[k]))
+               << q;
+    size_t kind = nkinds;
+    if (match != 0) kind = static_cast<size_t>(__builtin_ctz(match));
+    if (kind < nkinds) {
+      ++kinds[kind].count;
+    } else {
+      if (nkinds == MAX_KINDS) return false;
+      kinds[nkinds++] = {radii[k], partition_radii[k], 1};
+    }
+    kind_of[k] = static_cast<unsigned char>(kind);
     rmax = std::max(rmax, radii[k]);
-    atoms[k] = k;
   }
   // Kinds whose whole-molecule threshold the partition's does not cover (O-O, Cl-Cl, ...):
   // their pairs are checked one by one below, when there are few.
-  const size_t nkinds = kinds.size();
-  std::vector<char> uncovered(nkinds * nkinds, 0);
+  char uncovered[MAX_KINDS * MAX_KINDS] = {};
   double pairs = 0.0;
   for (size_t a = 0; a < nkinds; ++a)
     for (size_t b = a; b < nkinds; ++b) {
@@ -176,8 +210,16 @@ bool partition_covers_whole_bonds(const BondTest& bonded, const Positions& fx,
                       : static_cast<double>(kinds[a].count) * kinds[b].count;
     }
   if (pairs > MAX_PAIR_TESTS_PER_ATOM * natoms + MAX_PAIR_TESTS) return false;
+  // The reach of the bond grid over these positions (bond_grid_reach, with the magnitude
+  // of positions in [0, 1] taken above).
+  const double grid_magnitude = std::max(1.0, 2.0 * largest);
+  const double reach_cart = widened(2.0 * rmax * bonded.scale);
   double reach[3];
-  bond_grid_reach(lattice, widened(2.0 * rmax * bonded.scale), flat_positions(fx), atoms, reach);
+  lattice.inverse_row_lengths(reach);
+  for (int k = 0; k < 3; ++k) {
+    const double r = search_margin::widened(reach[k] * reach_cart, condition, grid_magnitude);
+    reach[k] = std::isfinite(r) && reach_cart > 0.0 ? r : INFINITY;
+  }
   if (!(reach[0] < 0.5 && reach[1] < 0.5 && reach[2] < 0.5)) return false;
   if (pairs == 0.0) return true;
 
@@ -200,27 +242,49 @@ bool partition_covers_whole_bonds(const BondTest& bonded, const Positions& fx,
 
 // Places atom k next to joined[k] for k = 1, 2, ...; returns false at the first atom that the
 // whole-molecule test does not bond to its partner (fx is then partly moved).
-bool grow_joined(const BondTest& bonded, Positions& fx, const std::vector<double>& radii,
+bool grow_joined(const BondTest& bonded, Positions& fx, const double* radii,
                  const std::vector<int>& joined) {
   // With the partition's bonds covering the whole-molecule ones, the members bonded to atom k
   // are among those the partition bonded to it, the first of which in placing order is its
   // partner: when the partner bonds, it is the first bonded member, and k is the lowest free
   // atom bonded to the molecule, so the straightforward growth places k next, there.
-  const int natoms = static_cast<int>(fx.size());
-  for (int k = 1; k < natoms; ++k) {
-    const int j = joined[k];
-    if (j < 0 || j >= k) return false;
+  const size_t natoms = fx.size();
+  for (size_t k = 1; k < natoms; ++k)
+    if (joined[k] < 0 || static_cast<size_t>(joined[k]) >= k) return false;
+  // The length of each atom's displacement to its partner as the positions stand, for all
+  // atoms at once (independent products and square roots), as the bond test computes it. It
+  // is the length the test measures for atom k unless its partner has moved before it.
+  WorkArray<double> length(natoms), x(natoms), y(natoms), z(natoms);
+  for (size_t k = 1; k < natoms; ++k) {
+    const Fractional& fk = fx[k];
+    const Fractional& fj = fx[joined[k]];
+    x[k] = fj[0] - fk[0];
+    y[k] = fj[1] - fk[1];
+    z[k] = fj[2] - fk[2];
+  }
+  for (size_t k = 1; k < natoms; ++k) {
+    const double d[3] = {x[k], y[k], z[k]};
+    length[k] = cartesian_length(bonded.lattice.m, d);
+  }
+  WorkArray<char> moved(natoms);
+  moved[0] = 0;
+  for (size_t k = 1; k < natoms; ++k) {
+    const size_t j = static_cast<size_t>(joined[k]);
+    moved[k] = 0;
+    if (!moved[j] && (radii[k] + radii[j]) * bonded.scale > length[k]) continue;  // stays
     double d[3];
-    const int bond = whole_bond(bonded, k, j, fx, radii, d);
+    const int bond = whole_bond(bonded, static_cast<int>(k), static_cast<int>(j), fx, radii, d);
     if (bond == 0) return false;
-    if (bond == 2)
+    if (bond == 2) {
       for (int c = 0; c < 3; ++c) fx[k][c] = fx[j][c] - d[c];
+      moved[k] = 1;
+    }
   }
   return true;
 }
 
 // Straightforward growth: one bond search per placed atom; returns the number placed.
-int grow_reference(const BondTest& bonded, Positions& fx, const std::vector<double>& radii) {
+int grow_reference(const BondTest& bonded, Positions& fx, const double* radii) {
   const int natoms = static_cast<int>(fx.size());
   // Tested as the displacement stands, then through the minimum image, where a bond moves
   // atom i next to j.
@@ -286,15 +350,16 @@ Molecule make_whole(const MoleculeSites& atoms, const Lattice& lattice, double s
   m.frac = atoms.sites;
   if (m.types.empty()) return m;
   const BondTest bonded{lattice, scale};
-  const std::vector<double> radii = whole_molecule_radii(m.types);
   const size_t natoms = m.types.size();
+  WorkArray<double> radii(natoms);
+  whole_molecule_radii(m.types, radii.data());
   if (atoms.joined.size() == natoms && atoms.partition_radius.size() == natoms &&
-      partition_covers_whole_bonds(bonded, m.frac, radii, atoms.partition_radius,
+      partition_covers_whole_bonds(bonded, m.frac, radii.data(), atoms.partition_radius,
                                    atoms.partition_scale)) {
-    m.followed_joins = grow_joined(bonded, m.frac, radii, atoms.joined);
+    m.followed_joins = grow_joined(bonded, m.frac, radii.data(), atoms.joined);
     if (!m.followed_joins) m.frac = atoms.sites;
   }
-  m.bonded = m.followed_joins ? static_cast<int>(natoms) : grow(bonded, m.frac, radii);
+  m.bonded = m.followed_joins ? static_cast<int>(natoms) : grow(bonded, m.frac, radii.data());
   finish(m, lattice);
   return m;
 }
@@ -304,7 +369,9 @@ Molecule make_whole_reference(const MoleculeSites& atoms, const Lattice& lattice
   m.types = atoms.types;
   m.frac = atoms.sites;
   if (m.types.empty()) return m;
-  m.bonded = grow_reference(BondTest{lattice, scale}, m.frac, whole_molecule_radii(m.types));
+  std::vector<double> radii(m.types.size());
+  whole_molecule_radii(m.types, radii.data());
+  m.bonded = grow_reference(BondTest{lattice, scale}, m.frac, radii.data());
   finish(m, lattice);
   return m;
 }
