@@ -15,9 +15,12 @@
 
 #include "molecular_data.h"
 #include "neighbor_search.h"
+#include "test_support.h"
 #include "util_error.h"
 
 namespace {
+
+using test_support::Molecules;
 
 struct FatalCaught : std::runtime_error {
   explicit FatalCaught(int s) : std::runtime_error("fatal"), status(s) {}
@@ -25,20 +28,6 @@ struct FatalCaught : std::runtime_error {
 };
 [[noreturn]] void throw_on_fatal(int status) { throw FatalCaught(status); }
 
-struct Molecules {
-  std::vector<int> natoms;
-  std::vector<std::vector<int>> types;
-  std::vector<std::vector<double>> frac;
-
-  void add(const std::vector<int>& t, const std::vector<double>& f) {
-    natoms.push_back(static_cast<int>(t.size()));
-    types.push_back(t);
-    frac.push_back(f);
-  }
-  CellMolecules view() const {
-    return CellMolecules{static_cast<int>(natoms.size()), natoms, types, frac};
-  }
-};
 
 // The bits of every number of a list in order (NaN included), or the fatal status it ended
 // with.

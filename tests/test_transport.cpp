@@ -13,27 +13,15 @@
 #include "molecular_data.h"
 #include "neighbor_file.h"
 #include "neighbor_search.h"
+#include "test_support.h"
 #include "pr_siteenergy.h"
 #include "site_energy_write.h"
 #include "util.h"
 
 namespace {
 
-// Molecules held as the loading driver holds them.
-struct Molecules {
-  std::vector<int> natoms;
-  std::vector<std::vector<int>> types;
-  std::vector<std::vector<double>> frac;
+using test_support::Molecules;
 
-  void add(const std::vector<int>& t, const std::vector<double>& f) {
-    natoms.push_back(static_cast<int>(t.size()));
-    types.push_back(t);
-    frac.push_back(f);
-  }
-  CellMolecules view() const {
-    return CellMolecules{static_cast<int>(natoms.size()), natoms, types, frac};
-  }
-};
 
 Lattice box(double a, double b, double c) {
   const double p[6] = {a, b, c, 90.0, 90.0, 90.0};
