@@ -218,3 +218,45 @@ TEST(MolReader, TheLoadingDriverStoresWhatTheStageRead) {
     }
   }
 }
+
+// The model's V3000 steps, run on a stream after a crystal read, store each atom of an atom
+// block in the structure arrays at its position in the block, and step over bond, R-group and
+// other blocks to their END lines.
+TEST(MolReader, TheModelsV3000StepsStoreInTheStructureArrays) {
+  FileIO io;
+  testing::internal::CaptureStdout();
+  io.read_data_cif(KAVRI_TEST_DATA "/crystals/anthracene.cif", false);
+  testing::internal::GetCapturedStdout();
+  ASSERT_GE(io.get_cif_natoms(), 2);
+  std::istringstream ctab(
+      "M  V30 BEGIN ATOM\nM  V30 1 N 1 2 3 0\nM  V30 END ATOM\nM  V30 BEGIN BOND\n"
+      "M  V30 1 1 1 1\nM  V30 END BOND\nM  V30 BEGIN RGROUP 1\nM  V30 END RGROUP\n"
+      "M  V30 BEGIN SGROUP\nM  V30 END SGROUP\nM  V30 END CTAB\n");
+  EXPECT_TRUE(io.ReadV3000Block(ctab, -1, false));
+  EXPECT_EQ(io.get_cif_atypes()[0], io.find_element_index_from_name("N"));
+  EXPECT_EQ(std::vector<double>(io.get_cif_x(), io.get_cif_x() + 3),
+            (std::vector<double>{1, 2, 3}));
+
+  std::istringstream steps(
+      "M  V30 1 O 4 5 6 0\nM  V30 2 S 7 8 9 0\nM  V30 END ATOM\nM  V30 1 1 1 2\nM  V30 END BOND\n"
+      "M  V30 END RGROUP\nM  V30 END COLLECTION\nM  V30 COUNTS 0 0\n");
+  EXPECT_TRUE(io.ReadAtomBlock(steps));
+  EXPECT_EQ(io.get_cif_atypes()[1], io.find_element_index_from_name("S"));
+  EXPECT_EQ(io.get_cif_x()[5], 9.0);
+  EXPECT_TRUE(io.ReadBondBlock(steps));
+  EXPECT_TRUE(io.ReadRGroupBlock(steps));
+  EXPECT_TRUE(io.ReadUnimplementedBlock(steps, "COLLECTION"));
+  std::vector<std::string> tokens;
+  EXPECT_TRUE(io.ReadV3000Line(steps, tokens));
+  EXPECT_EQ(tokens, (std::vector<std::string>{"M", "V30", "COUNTS", "0", "0"}));
+  EXPECT_FALSE(io.ReadV3000Line(steps, tokens));  // the stream has ended
+
+  // A V3000 text read into no molecule slot stores its atoms the same way.
+  testing::internal::CaptureStdout();
+  io.read_data_mol_text(kV3000 + "M  V30 COUNTS 1 0\nM  V30 BEGIN ATOM\nM  V30 1 Cl 0 0 7 0\n"
+                                 "M  V30 END ATOM\nM  V30 END CTAB\nM  END\n",
+                        "c.mol", 0, false);
+  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(io.get_cif_atypes()[0], io.find_element_index_from_name("Cl"));
+  EXPECT_EQ(io.get_cif_x()[2], 7.0);
+}
