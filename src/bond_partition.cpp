@@ -55,20 +55,7 @@ class PartitionGrid {
   // Calls visit(j) for every atom still in the bins adjacent (periodically) to position f.
   template <class Visit>
   void for_each_near(const double* f, Visit visit) const {
-    int cells[3][3], count[3];
-    for (int k = 0; k < 3; ++k) {
-      const int c = shape_.cell_index(f[k], k);
-      count[k] = 0;
-      for (int o = -1; o <= 1; ++o) {
-        const int v = ((c + o) % shape_.n[k] + shape_.n[k]) % shape_.n[k];
-        if (std::find(cells[k], cells[k] + count[k], v) == cells[k] + count[k])
-          cells[k][count[k]++] = v;
-      }
-    }
-    for (int x = 0; x < count[0]; ++x)
-      for (int y = 0; y < count[1]; ++y)
-        for (int z = 0; z < count[2]; ++z)
-          visit_bin((cells[0][x] * shape_.n[1] + cells[1][y]) * shape_.n[2] + cells[2][z], visit);
+    shape_.for_each_near_bin(f, [&](int b) { visit_bin(b, visit); });
   }
 
   template <class Visit>

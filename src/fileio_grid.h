@@ -60,9 +60,10 @@ struct PeriodicGrid {
     return (cell_index(f[0], 0) * n[1] + cell_index(f[1], 1)) * n[2] + cell_index(f[2], 2);
   }
 
-  // Calls visit(j) for every atom in the bins adjacent (periodically) to position f.
-  template <class Visit>
-  void for_each_near(const double* f, Visit visit) const {
+  // Calls visit_bin(b) for every distinct bin adjacent (periodically) to position f, bins
+  // ordered by their a, b, c cells.
+  template <class VisitBin>
+  void for_each_near_bin(const double* f, VisitBin visit_bin) const {
     int cells[3][3], count[3];
     for (int k = 0; k < 3; ++k) {
       const int c = cell_index(f[k], k);
@@ -75,10 +76,16 @@ struct PeriodicGrid {
     }
     for (int x = 0; x < count[0]; ++x)
       for (int y = 0; y < count[1]; ++y)
-        for (int z = 0; z < count[2]; ++z) {
-          const int b = (cells[0][x] * n[1] + cells[1][y]) * n[2] + cells[2][z];
-          for (int q = start[b]; q < start[b + 1]; ++q) visit(order[q]);
-        }
+        for (int z = 0; z < count[2]; ++z)
+          visit_bin((cells[0][x] * n[1] + cells[1][y]) * n[2] + cells[2][z]);
+  }
+
+  // Calls visit(j) for every atom in the bins adjacent (periodically) to position f.
+  template <class Visit>
+  void for_each_near(const double* f, Visit visit) const {
+    for_each_near_bin(f, [&](int b) {
+      for (int q = start[b]; q < start[b + 1]; ++q) visit(order[q]);
+    });
   }
 };
 
@@ -116,21 +123,9 @@ struct RemovableGrid {
   // Calls visit(j) for every atom still in the bins adjacent (periodically) to position f.
   template <class Visit>
   void for_each_near(const double* f, Visit visit) const {
-    int cells[3][3], count[3];
-    for (int k = 0; k < 3; ++k) {
-      const int c = shape.cell_index(f[k], k);
-      count[k] = 0;
-      for (int o = -1; o <= 1; ++o) {
-        const int v = ((c + o) % shape.n[k] + shape.n[k]) % shape.n[k];
-        if (std::find(cells[k], cells[k] + count[k], v) == cells[k] + count[k])
-          cells[k][count[k]++] = v;
-      }
-    }
-    for (int x = 0; x < count[0]; ++x)
-      for (int y = 0; y < count[1]; ++y)
-        for (int z = 0; z < count[2]; ++z)
-          for (int a : bins[(cells[0][x] * shape.n[1] + cells[1][y]) * shape.n[2] + cells[2][z]])
-            visit(a);
+    shape.for_each_near_bin(f, [&](int b) {
+      for (int a : bins[b]) visit(a);
+    });
   }
 
   template <class Visit>
